@@ -1,0 +1,153 @@
+// SPDX-License-Identifier: MIT
+//
+// bare-service NAME INTROSPECTION_XML OBJECT_PATH VALUE_FILE [silent]: the least that a GDBus
+// service of the register interface must do, to measure the real one against. It answers from an
+// array, reads the value file for the addresses that have one, checks nothing and logs nothing.
+// When told to be silent it also leaves out the signal that the interface promises after a write.
+#include <fcntl.h>
+#include <gio/gio.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+
+#include "Layout.h"
+
+namespace {
+
+struct Cell {
+    gint32 type;
+    gint32 index;
+    gint32 maxValue;
+    gint32 value;
+};
+
+std::array<Cell, REGISTER_COUNT> cells;
+const char* objectPath;
+const char* valueFile;
+bool silent;
+
+void fillCells() {
+    constexpr gint32 CPU_TEMP = 13;
+    constexpr gint32 VIRTUAL = 29;
+    gint32 index = 0;
+    for (int place = 0; place < REGISTER_COUNT; ++place) {
+        const bool first = place == FILE_COUNT || place == LOW_COUNT;
+        index = first ? 1 : index + 1;
+        cells[static_cast<unsigned>(place)] = {place < FILE_COUNT ? CPU_TEMP : VIRTUAL, index, -1,
+                                               0};
+    }
+}
+
+Cell& cellAt(gint32 address) {
+    return cells[static_cast<unsigned>(placeOf(address))];
+}
+
+gint32 readFileValue() {
+    std::array<char, 64> text;
+    const int fd = open(valueFile, O_RDONLY | O_CLOEXEC);
+    const ssize_t got = read(fd, text.data(), text.size() - 1);
+    close(fd);
+    text[static_cast<std::size_t>(got)] = '\0';
+    return std::atoi(text.data());
+}
+
+gint32 readValue(gint32 address) {
+    return address < VIRTUAL_FIRST ? readFileValue() : cellAt(address).value;
+}
+
+GVariant* intArray(const gint32* numbers, gsize count) {
+    return g_variant_new(
+        "(v)", g_variant_new_fixed_array(G_VARIANT_TYPE_INT32, numbers, count, sizeof(gint32)));
+}
+
+GVariant* addressesOfType(GVariant* parameters) {
+    gint32 type = 0;
+    g_variant_get(parameters, "(i)", &type);
+    std::array<gint32, REGISTER_COUNT> addresses;
+    gsize count = 0;
+    for (int place = 0; place < REGISTER_COUNT; ++place) {
+        if (cells[static_cast<unsigned>(place)].type == type) {
+            addresses[count++] = addressAt(place);
+        }
+    }
+    return intArray(addresses.data(), count);
+}
+
+GVariant* readList(GVariant* parameters) {
+    GVariant* list = nullptr;
+    g_variant_get(parameters, "(v)", &list);
+    gsize count = 0;
+    const auto* addresses =
+        static_cast<const gint32*>(g_variant_get_fixed_array(list, &count, sizeof(gint32)));
+    auto* values = g_new(gint32, count);
+    for (gsize i = 0; i < count; ++i) {
+        values[i] = readValue(addresses[i]);
+    }
+    GVariant* reply = intArray(values, count);
+    g_free(values);
+    g_variant_unref(list);
+    return reply;
+}
+
+void write(GDBusConnection* connection, const gchar* interface, GVariant* parameters) {
+    gint32 address = 0;
+    gint32 value = 0;
+    g_variant_get(parameters, "(ii)", &address, &value);
+    cellAt(address).value = value;
+    if (!silent) {
+        g_dbus_connection_emit_signal(connection, nullptr, objectPath, interface, "OnValueChange",
+                                      g_variant_new("(ii)", address, value), nullptr);
+    }
+}
+
+void handleCall(GDBusConnection* connection, const gchar* /*sender*/, const gchar* /*path*/,
+                const gchar* interface, const gchar* method, GVariant* parameters,
+                GDBusMethodInvocation* invocation, gpointer /*userData*/) {
+    GVariant* reply = nullptr;
+    gint32 address = 0;
+    if (std::strcmp(method, "Read") == 0) {
+        g_variant_get(parameters, "(i)", &address);
+        reply = g_variant_new("(i)", readValue(address));
+    } else if (std::strcmp(method, "ReadList") == 0) {
+        reply = readList(parameters);
+    } else if (std::strcmp(method, "Write") == 0) {
+        write(connection, interface, parameters);
+    } else if (std::strcmp(method, "GetParams") == 0) {
+        g_variant_get(parameters, "(i)", &address);
+        const Cell& cell = cellAt(address);
+        reply = g_variant_new("(iii)", cell.type, cell.index, cell.maxValue);
+    } else {
+        reply = addressesOfType(parameters);
+    }
+    g_dbus_method_invocation_return_value(invocation, reply);
+}
+
+void onBusAcquired(GDBusConnection* connection, const gchar* /*name*/, gpointer xml) {
+    static const GDBusInterfaceVTable vtable{handleCall, nullptr, nullptr, {}};
+    GDBusNodeInfo* node = g_dbus_node_info_new_for_xml(static_cast<const char*>(xml), nullptr);
+    g_dbus_connection_register_object(connection, objectPath, node->interfaces[0], &vtable, nullptr,
+                                      nullptr, nullptr);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 5) {
+        g_printerr("usage: bare-service NAME INTROSPECTION_XML OBJECT_PATH VALUE_FILE [silent]\n");
+        return 2;
+    }
+    objectPath = argv[3];
+    valueFile = argv[4];
+    silent = argc > 5;
+    fillCells();
+    g_bus_own_name(
+        G_BUS_TYPE_SYSTEM, argv[1], G_BUS_NAME_OWNER_FLAGS_NONE, onBusAcquired, nullptr,
+        [](GDBusConnection* /*connection*/, const gchar* name, gpointer /*userData*/) {
+            g_printerr("bare-service: cannot own %s on the system bus\n", name);
+            std::_Exit(EXIT_FAILURE);
+        },
+        argv[2], nullptr);
+    g_main_loop_run(g_main_loop_new(nullptr, FALSE));
+}

@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: MIT
+//
+// Measures the client class against bare GDBus on the same calls and signals of the real service,
+// and prints a table. The exit status tells only whether everything ran.
+#include <iostream>
+#include <numeric>
+
+#include "Comparison.h"
+#include "Connection.h"
+#include "IoMapping.h"
+#include "Layout.h"
+#include "MapText.h"
+#include "PrivateBus.h"
+#include "RunningService.h"
+#include "Server.h"
+#include "TemporaryDirectory.h"
+
+namespace {
+
+constexpr int ROUNDS = 6;
+constexpr int PAIRS = 60;
+constexpr int CALLS = 20;
+constexpr int LIST_LENGTH = 1000;
+
+constexpr Target CALL_TARGET{Target::RATIO, 1.03};
+constexpr Target LIST_TARGET{Target::RATIO, 1.05};
+
+/// A bare subscription to the changes of the service, served by the default main context.
+class Subscription {
+ public:
+    explicit Subscription(GDBusConnection* connection) : bus(connection) {
+        id = g_dbus_connection_signal_subscribe(
+            bus, Server::DBUS_SERVICE_NAME.c_str(), "org.mirel.Register", "OnValueChange", nullptr,
+            nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
+            [](GDBusConnection* /*connection*/, const gchar* /*sender*/, const gchar* /*path*/,
+               const gchar* /*interface*/, const gchar* /*signal*/, GVariant* parameters,
+               gpointer last) {
+                gint32 address = 0;
+                g_variant_get(parameters, "(ii)", &address, static_cast<gint32*>(last));
+            },
+            &value, nullptr);
+    }
+    ~Subscription() { g_dbus_connection_signal_unsubscribe(bus, id); }
+    Subscription(const Subscription&) = delete;
+    Subscription& operator=(const Subscription&) = delete;
+
+    int last() const { return value; }
+
+ private:
+    GDBusConnection* bus;
+    guint id;
+    gint32 value{0};
+};
+
+class ClientBench {
+ public:
+    ClientBench() {
+        addresses.resize(LIST_LENGTH);
+        for (int i = 0; i < LIST_LENGTH; ++i) {
+            addresses[static_cast<std::size_t>(i)] =
+                addressAt(placeOf(VIRTUAL_FIRST) + i % (REGISTER_COUNT - FILE_COUNT));
+        }
+    }
+
+    void run() {
+        for (int round = 0; round < ROUNDS; ++round) {
+            const RunningService service(watcher.get(), Server::DBUS_SERVICE_NAME,
+                                         {SERVICE_PROGRAM, "--map", map});
+            IoMapping io;
+            const Connection bare;
+            measureRead(io, bare);
+            measureList(io, bare);
+            measureNotification(io);
+        }
+        Comparison::printHeading();
+        read.print();
+        list.print();
+        notification.print();
+    }
+
+ private:
+    static double batch(const std::function<void()>& action) {
+        return median(timesOf(CALLS, action));
+    }
+
+    void measureRead(IoMapping& io, const Connection& bare) {
+        read.measure(
+            PAIRS,
+            [&] {
+                return batch([&] {
+                    gint32 value = 0;
+                    const VariantOwner reply = bare.call(Server::DBUS_SERVICE_NAME, "Read",
+                                                         g_variant_new("(i)", VIRTUAL_FIRST));
+                    g_variant_get(reply.get(), "(i)", &value);
+                });
+            },
+            [&] { return batch([&] { io.readValue(VIRTUAL_FIRST); }); });
+    }
+
+    void measureList(IoMapping& io, const Connection& bare) {
+        list.measure(
+            PAIRS,
+            [&] {
+                return batch([&] {
+                    const VariantOwner reply = bare.call(
+                        Server::DBUS_SERVICE_NAME, "ReadList",
+                        g_variant_new(
+                            "(v)", g_variant_new_fixed_array(G_VARIANT_TYPE_INT32, addresses.data(),
+                                                             addresses.size(), sizeof(gint32))));
+                });
+            },
+            [&] { return batch([&] { io.readValues(addresses); }); });
+    }
+
+    /// From the write of a register until its change has reached the callback.
+    void measureNotification(IoMapping& io) {
+        const Connection writer;
+        const auto write = [&writer](int value) {
+            writer.call(Server::DBUS_SERVICE_NAME, "Write",
+                        g_variant_new("(ii)", VIRTUAL_FIRST, value));
+        };
+        int written = 0;
+        notification.measure(
+            PAIRS,
+            [&] {
+                const Connection listener;
+                const Subscription changes(listener.get());
+                return batch([&] {
+                    write(++written % 2 + 1);
+                    while (changes.last() != written % 2 + 1) {
+                        g_main_context_iteration(nullptr, TRUE);
+                    }
+                });
+            },
+            [&] {
+                int last = 0;
+                io.enableNotifications(VIRTUAL_FIRST,
+                                       [&last](int /*address*/, int value) { last = value; });
+                const double time = batch([&] {
+                    write(++written % 2 + 1);
+                    while (last != written % 2 + 1) {
+                        io.run(true);
+                    }
+                });
+                io.disableNotifications(VIRTUAL_FIRST);
+                return time;
+            });
+    }
+
+    TemporaryDirectory directory;
+    PrivateBus bus;
+    Connection watcher;
+    std::string map{directory.file("map.json", mapOfFewFields())};
+    std::vector<int> addresses;
+    Comparison read{"IoMapping::readValue, bare call", "us", CALL_TARGET};
+    Comparison list{"IoMapping::readValues, 1,000 addresses", "us", LIST_TARGET};
+    Comparison notification{"Write until the callback, bare signal", "us"};
+};
+
+}  // namespace
+
+int main() {
+    try {
+        stayOnOneCore();
+        ClientBench().run();
+    } catch (const std::exception& e) {
+        std::cerr << "client-bench: " << e.what() << '\n';
+        return EXIT_FAILURE;
+    }
+}

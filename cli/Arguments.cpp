@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: MIT
+#include "Arguments.h"
+
+#include <charconv>
+#include <cstdint>
+#include <limits>
+#include <optional>
+
+#include "Failure.h"
+#include "tesk/Exceptions.h"
+
+namespace {
+
+constexpr std::int64_t INT_LIMIT = std::numeric_limits<std::int32_t>::max();
+constexpr std::int64_t VALUE_LIMIT = std::numeric_limits<std::uint32_t>::max();
+constexpr double SECONDS_LIMIT = 1e9;
+
+std::optional<std::int64_t> parseNumber(const std::string& text, std::int64_t lowest,
+                                        std::int64_t highest) {
+    const bool hexadecimal = text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0;
+    const char* const first = text.data() + (hexadecimal ? 2 : 0);
+    const char* const last = text.data() + text.size();
+    std::int64_t number = 0;
+    const auto [end, error] = std::from_chars(first, last, number, hexadecimal ? 16 : 10);
+    if (error != std::errc() || end != last || number < lowest || number > highest ||
+        (hexadecimal && *first == '-')) {
+        return std::nullopt;
+    }
+    return number;
+}
+
+std::optional<std::int64_t> parseAddress(const std::string& text) {
+    return parseNumber(text, 0, INT_LIMIT);
+}
+
+}  // namespace
+
+std::vector<int> parseAddresses(const std::vector<std::string>& texts) {
+    std::vector<int> addresses;
+    for (const std::string& text : texts) {
+        const auto dash = text.find('-');
+        const auto first = parseAddress(text.substr(0, dash));
+        const auto last = dash == std::string::npos ? first : parseAddress(text.substr(dash + 1));
+        // The map has no more addresses than this.
+        if (!first || !last || *last < *first || *last - *first > 0xFFFF) {
+            throw UsageError("'" + text + "' is neither an address nor a range FIRST-LAST");
+        }
+        for (std::int64_t address = *first; address <= *last; ++address) {
+            addresses.push_back(static_cast<int>(address));
+        }
+    }
+    return addresses;
+}
+
+Assignment parseAssignment(const std::string& text) {
+    const auto equals = text.find('=');
+    if (equals == std::string::npos) {
+        throw UsageError("'" + text + "' is not of the form ADDR=VALUE");
+    }
+    const auto address = parseAddress(text.substr(0, equals));
+    const auto value = parseNumber(text.substr(equals + 1), -INT_LIMIT - 1, VALUE_LIMIT);
+    if (!address) {
+        throw UsageError("'" + text + "' does not start with an address");
+    }
+    if (!value) {
+        throw UsageError("'" + text + "' has no value from -2147483648 to 4294967295");
+    }
+    return {static_cast<int>(*address), static_cast<int>(*value)};
+}
+
+RegisterType parseType(const std::string& name) {
+    try {
+        return getTypeFromName(name);
+    } catch (const tesk::NotFoundException&) {
+        std::string known;
+        for (const std::string& type : typeNames()) {
+            known += (known.empty() ? "" : ", ") + type;
+        }
+        throw UsageError("no register type '" + name + "'; the types are " + known);
+    }
+}
+
+std::vector<std::string> typeNames() {
+    std::vector<std::string> names;
+    for (int number = 0; number <= static_cast<int>(RegisterType::UNKNOWN); ++number) {
+        names.push_back(getTypeName(static_cast<RegisterType>(number)));
+    }
+    return names;
+}
+
+std::chrono::duration<double> parseSeconds(const std::string& text) {
+    double seconds = 0;
+    const char* const last = text.data() + text.size();
+    const auto [end, error] = std::from_chars(text.data(), last, seconds);
+    // Written so that what is not a number is refused, too.
+    if (error != std::errc() || end != last || !(seconds >= 0 && seconds <= SECONDS_LIMIT)) {
+        throw UsageError("'" + text + "' is not a number of seconds from 0 to 1000000000");
+    }
+    return std::chrono::duration<double>(seconds);
+}

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+#include "Failure.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+namespace {
+
+constexpr std::string_view CALL_PREFIX = "Error calling method: ";
+constexpr std::string_view BUS_PREFIX = "GDBus.Error:";
+constexpr std::string_view NO_BUS = "Error initializing DBus: ";
+constexpr std::string_view REFUSAL =
+    "Error calling method: GDBus.Error:org.freedesktop.DBus.Error.Failed: ";
+
+/// What to say of errors whose own words do not tell the user what to do.
+struct Advice {
+    std::string_view start;
+    std::string_view words;
+};
+constexpr std::array<Advice, 4> ADVICE{{
+    {"Error calling method: GDBus.Error:org.freedesktop.DBus.Error.ServiceUnknown",
+     "the service is not running; start iomappingd"},
+    {"Error calling method: GDBus.Error:org.freedesktop.DBus.Error.NoReply",
+     "the service has ended before it answered; start iomappingd"},
+    {"Error calling method: Timeout was reached",
+     "the service does not answer; restart iomappingd"},
+    {"Error calling method: The connection is closed",
+     "the D-Bus system bus has gone; start it and iomappingd"},
+}};
+
+bool startsWith(std::string_view text, std::string_view prefix) {
+    return text.substr(0, prefix.size()) == prefix;
+}
+
+}  // namespace
+
+bool isRefusal(const std::exception& error) {
+    return startsWith(error.what(), REFUSAL);
+}
+
+std::string reasonOf(const std::exception& error) {
+    std::string_view text = error.what();
+    const auto* const advice = std::find_if(ADVICE.begin(), ADVICE.end(), [text](const Advice& a) {
+        return startsWith(text, a.start);
+    });
+    if (advice != ADVICE.end()) {
+        return std::string(advice->words);
+    }
+    if (startsWith(text, NO_BUS)) {
+        return "cannot reach the D-Bus system bus: " + std::string(text.substr(NO_BUS.size())) +
+               "; is dbus-daemon running?";
+    }
+    if (startsWith(text, CALL_PREFIX)) {
+        text.remove_prefix(CALL_PREFIX.size());
+    }
+    if (startsWith(text, BUS_PREFIX)) {
+        const auto nameEnd = text.find(": ");
+        text.remove_prefix(nameEnd == std::string_view::npos ? BUS_PREFIX.size() : nameEnd + 2);
+    }
+    return std::string(text);
+}

@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+#include <Poco/JSON/Array.h>
+
+#include <iomanip>
+#include <iostream>
+#include <memory>
+
+#include "Arguments.h"
+#include "Commands.h"
+#include "Registers.h"
+
+namespace {
+
+struct Options {
+    std::vector<std::string> types;
+    bool json{false};
+};
+
+void printTable(const std::vector<RegisterInfo>& infos, const std::vector<Reading>& readings) {
+    std::cout << "ADDRESS  TYPE                        INDEX     MAXIMUM  VALUE\n";
+    for (std::size_t i = 0; i < infos.size(); ++i) {
+        const RegisterInfo& info = infos[i];
+        std::cout << std::setw(7) << info.address << "  " << std::left << std::setw(26)
+                  << getTypeName(info.type) << std::right << std::setw(7) << info.index
+                  << std::setw(12) << info.maximum << "  " << textOf(readings[i]) << '\n';
+    }
+}
+
+Poco::JSON::Array::Ptr jsonTable(const std::vector<RegisterInfo>& infos,
+                                 const std::vector<Reading>& readings) {
+    Poco::JSON::Array::Ptr table = new Poco::JSON::Array;
+    for (std::size_t i = 0; i < infos.size(); ++i) {
+        Poco::JSON::Object::Ptr row = jsonOf(infos[i]);
+        if (readings[i].error.empty()) {
+            row->set("value", readings[i].value);
+        } else {
+            row->set("error", readings[i].error);
+        }
+        table->add(row);
+    }
+    return table;
+}
+
+void list(const Options& options) {
+    std::vector<RegisterType> types;
+    std::transform(options.types.begin(), options.types.end(), std::back_inserter(types),
+                   parseType);
+    IoMapping io;
+    const std::vector<int> addresses = addressesOf(io, types);
+    const std::vector<RegisterInfo> infos = infosOf(io, addresses);
+    const std::vector<Reading> readings = readEach(io, addresses);
+    if (options.json) {
+        printJson(jsonTable(infos, readings));
+    } else {
+        printTable(infos, readings);
+    }
+}
+
+}  // namespace
+
+void addListCommand(CLI::App& app) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* command = app.add_subcommand("list", "Show every register and its value");
+    command->add_option("--type", options->types, "Only registers of this type; may be repeated")
+        ->type_name("TYPE")
+        ->allow_extra_args(false);
+    command->add_flag("--json", options->json, "Print a JSON array");
+    command->callback([options] { list(*options); });
+}

@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: MIT
+#include "Registers.h"
+
+#include <Poco/JSON/Stringifier.h>
+
+#include <algorithm>
+#include <iostream>
+#include <iterator>
+
+#include "Failure.h"
+#include "tesk/Exceptions.h"
+
+namespace {
+
+using Addresses = std::vector<int>::const_iterator;
+
+/// Appends the readings of a part of a list. One register that cannot be read fails a whole call,
+/// so a part that fails is read in halves.
+void readPart(  // NOLINT(misc-no-recursion): as deep as the list can be halved
+    IoMapping& io, Addresses first, Addresses last, std::vector<Reading>& readings) {
+    try {
+        for (const int value : io.readValues({first, last})) {
+            readings.push_back({value, {}});
+        }
+    } catch (const tesk::InputOutputException& e) {
+        if (!isRefusal(e)) {
+            throw;
+        }
+        if (last - first == 1) {
+            readings.push_back({0, reasonOf(e)});
+            return;
+        }
+        const auto middle = first + (last - first) / 2;
+        readPart(io, first, middle, readings);
+        readPart(io, middle, last, readings);
+    }
+}
+
+}  // namespace
+
+std::string textOf(const Reading& reading) {
+    return reading.error.empty() ? std::to_string(reading.value) : reading.error;
+}
+
+std::vector<int> addressesOf(IoMapping& io, const std::vector<RegisterType>& types) {
+    std::vector<int> addresses;
+    const auto add = [&io, &addresses](RegisterType type) {
+        const std::vector<int> found = io.getAddrsPerType(type);
+        addresses.insert(addresses.end(), found.begin(), found.end());
+    };
+    std::for_each(types.begin(), types.end(), add);
+    if (types.empty()) {
+        for (int number = 0; number <= static_cast<int>(RegisterType::UNKNOWN); ++number) {
+            add(static_cast<RegisterType>(number));
+        }
+    }
+    std::sort(addresses.begin(), addresses.end());
+    addresses.erase(std::unique(addresses.begin(), addresses.end()), addresses.end());
+    return addresses;
+}
+
+RegisterInfo infoOf(IoMapping& io, int address) {
+    try {
+        const auto [type, index, maximum] = io.getParams(address);
+        return {address, type, index, static_cast<unsigned int>(maximum)};
+    } catch (const tesk::InputOutputException& e) {
+        if (!isRefusal(e)) {
+            throw;
+        }
+        throw Failure("register " + std::to_string(address) + ": " + reasonOf(e));
+    }
+}
+
+std::vector<RegisterInfo> infosOf(IoMapping& io, const std::vector<int>& addresses) {
+    std::vector<RegisterInfo> infos;
+    std::transform(addresses.begin(), addresses.end(), std::back_inserter(infos),
+                   [&io](int address) { return infoOf(io, address); });
+    return infos;
+}
+
+std::vector<Reading> readEach(IoMapping& io, const std::vector<int>& addresses) {
+    std::vector<Reading> readings;
+    if (!addresses.empty()) {
+        readPart(io, addresses.begin(), addresses.end(), readings);
+    }
+    return readings;
+}
+
+std::string nameOf(IoMapping& io, int address) {
+    std::string name = "register " + std::to_string(address);
+    try {
+        const auto [type, index, maximum] = io.getParams(address);
+        return name + " (" + getTypeName(type) + " " + std::to_string(index) + ")";
+    } catch (const tesk::InputOutputException&) {
+        return name;
+    }
+}
+
+Poco::JSON::Object::Ptr jsonOf(const RegisterInfo& info) {
+    Poco::JSON::Object::Ptr object = newJsonObject();
+    object->set("address", info.address);
+    object->set("type", getTypeName(info.type));
+    object->set("index", info.index);
+    object->set("maximum", info.maximum);
+    return object;
+}
+
+Poco::JSON::Object::Ptr newJsonObject() {
+    return new Poco::JSON::Object(Poco::JSON_PRESERVE_KEY_ORDER);
+}
+
+void printJson(const Poco::Dynamic::Var& document) {
+    Poco::JSON::Stringifier::condense(document, std::cout);
+    std::cout << std::endl;
+}

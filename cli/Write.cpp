@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: MIT
+#include <Poco/JSON/Array.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "Arguments.h"
+#include "Commands.h"
+#include "Failure.h"
+#include "Registers.h"
+#include "tesk/Exceptions.h"
+
+namespace {
+
+struct Options {
+    std::vector<std::string> assignments;
+    bool json{false};
+};
+
+using Assignments = std::vector<Assignment>;
+
+std::string textOf(Assignments::const_iterator first, Assignments::const_iterator last) {
+    std::string text;
+    for (; first != last; ++first) {
+        text += (text.empty() ? "" : " ") + std::to_string(first->address) + "=" +
+                std::to_string(first->value);
+    }
+    return text.empty() ? "none" : text;
+}
+
+Poco::JSON::Object::Ptr jsonOf(const Assignment& assignment) {
+    Poco::JSON::Object::Ptr object = newJsonObject();
+    object->set("address", assignment.address);
+    object->set("value", assignment.value);
+    return object;
+}
+
+/// Prints what was written and, when `failed` is one of the assignments, what was refused and why.
+void printJsonOutcome(const Assignments& assignments, Assignments::const_iterator failed,
+                      const std::string& error) {
+    Poco::JSON::Array::Ptr written = new Poco::JSON::Array;
+    std::for_each(assignments.begin(), failed,
+                  [&written](const Assignment& a) { written->add(jsonOf(a)); });
+    Poco::JSON::Object::Ptr outcome = newJsonObject();
+    outcome->set("written", written);
+    if (failed != assignments.end()) {
+        Poco::JSON::Object::Ptr refused = jsonOf(*failed);
+        refused->set("error", error);
+        outcome->set("failed", refused);
+    }
+    printJson(outcome);
+}
+
+void write(const Options& options) {
+    Assignments assignments;
+    std::transform(options.assignments.begin(), options.assignments.end(),
+                   std::back_inserter(assignments), parseAssignment);
+    IoMapping io;
+    auto next = assignments.cbegin();
+    try {
+        for (; next != assignments.cend(); ++next) {
+            io.writeValue(next->address, next->value);
+        }
+    } catch (const tesk::InputOutputException& e) {
+        const std::string reason = reasonOf(e);
+        if (options.json) {
+            printJsonOutcome(assignments, next, reason);
+        }
+        std::string text = nameOf(io, next->address) + ": " + reason;
+        if (assignments.size() > 1) {
+            text += "; written before it: " + textOf(assignments.cbegin(), next);
+        }
+        throw Failure(text);
+    }
+    if (options.json) {
+        printJsonOutcome(assignments, next, {});
+    }
+}
+
+}  // namespace
+
+void addWriteCommand(CLI::App& app) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* command = app.add_subcommand(
+        "write", "Write registers in the order given, up to the first that is refused");
+    command->add_option("assignment", options->assignments, "What to write where")
+        ->type_name("ADDR=VALUE")
+        ->required();
+    command->add_flag("--json", options->json, "Print what was written as a JSON object");
+    command->callback([options] { write(*options); });
+}

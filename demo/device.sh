@@ -1,0 +1,127 @@
+#!/bin/bash
+# SPDX-License-Identifier: MIT
+#
+# Sourced by tour: a simulated device, which is a private bus, a simulated main board and the real
+# service, in a directory of its own. Ends with the script.
+
+root=          # the checkout
+build=         # where iomappingd has been built
+device=        # the directory of the device: ours, and gone when we end
+board=         # in it, the files of the simulated board; may be changed while the service runs
+service_pid=   # the sandbox, which ends with the status of the service in it
+background=()  # all that must not outlive us
+
+fail() {
+    echo "tour: $1" >&2
+    exit 1
+}
+
+one_line() {
+    paste -sd ' ' "$1"
+}
+
+require_tools() {
+    local tool package
+    while read -r tool package; do
+        command -v "$tool" >/dev/null || fail "$tool is missing; apt-get install $package"
+    done <<'END'
+bwrap bubblewrap
+dbus-daemon dbus-daemon
+gdbus libglib2.0-bin
+busctl systemd
+END
+    for tool in iomappingd iomap; do
+        [ -x "$build/$tool" ] || fail "no program $build/$tool; make it with ./dev build"
+    done
+}
+
+# start OUTPUT COMMAND...: runs a command that ends with us, even if we are killed. In a session of
+# its own, so that Ctrl-C reaches us alone, and whatever it starts can be ended with it.
+start() {
+    setpriv --pdeathsig KILL -- setsid "${@:2}" >"$1" 2>&1 &
+    background+=($!)
+}
+
+make_board() {
+    local sensors=$board/sys/bus/w1/devices thermal=$board/sys/class/thermal/thermal_zone0
+    mkdir -p "$sensors"/{w1_bus_master1,28-00000a1b2c3d,28-031264e5a1ff} "$thermal" "$board/factory"
+    printf '%s\n' 28-00000a1b2c3d 28-031264e5a1ff >"$sensors/w1_bus_master1/w1_master_slaves"
+    echo 21500 >"$sensors/28-00000a1b2c3d/temperature"
+    echo -4250 >"$sensors/28-031264e5a1ff/temperature"
+    echo 48312 >"$thermal/temp"
+    echo '{ "HW_DEVICE": { "Legacy_HW_Type": "12" } }' >"$board/factory/factory_info_json"
+    echo 'IMAGE_VERSION=2.3.4' >"$board/os-release"
+}
+
+start_bus() {
+    local log=$device/bus.log
+    mkfifo "$device/bus-address"
+    # shellcheck disable=SC2016 # for the inner shell to expand
+    start "$log" bash -c 'exec dbus-daemon --print-address "$@" >"$0"' \
+        "$device/bus-address" --address="unix:path=$device/bus" --nofork --nopidfile \
+        --config-file="$root/tests/support/private-bus.conf"
+    read -r -t 10 <"$device/bus-address" ||
+        fail "dbus-daemon has made no bus at $device/bus; try another TMPDIR: $(one_line "$log")"
+    export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$device/bus
+}
+
+# The paths that the service has built in lead to the board. What may lie below /tmp and is needed
+# is put back on top of the empty one.
+start_service() {
+    local status=0 ended='' waiter
+    start "$device/iomappingd.log" bwrap --dev-bind / / --bind "$board/sys" /sys --tmpfs /tmp \
+        --bind "$root" "$root" --bind "$build" "$build" --bind "$device" "$device" \
+        --bind "$board/factory" /tmp/factory_info_partition \
+        --ro-bind "$board/os-release" "$(realpath /etc/os-release)" \
+        --die-with-parent --info-fd 9 -- \
+        "$build/iomappingd" --map "$root/data/maps/demo.json" 9>"$device/sandbox.json"
+    service_pid=$!
+    start /dev/null gdbus wait --system --timeout 10 org.mirel.IoMapping
+    waiter=$!
+    wait -n -p ended "$service_pid" "$waiter" || status=$?
+    if [ "$ended" = "$service_pid" ]; then
+        explain_early_end "$status"
+    fi
+    [ "$status" -eq 0 ] ||
+        fail "iomappingd is not on the bus after 10 s: $(one_line "$device/iomappingd.log")"
+}
+
+explain_early_end() {
+    local log
+    log=$(one_line "$device/iomappingd.log")
+    case $log in
+        bwrap:*) fail "bwrap makes no sandbox; allow user namespaces, or more privileges: $log" ;;
+        *) fail "iomappingd ended with status $1 at its start: $log" ;;
+    esac
+}
+
+# start_device CHECKOUT BUILD_DIR
+start_device() {
+    root=$1
+    build=$2
+    require_tools
+    # Whatever comes, nothing stays: neither processes nor files.
+    trap end_device EXIT
+    device=$(mktemp -d -t io-mapping.XXXXXX 2>/dev/null) ||
+        fail "cannot make a directory in ${TMPDIR:-/tmp}; set TMPDIR to another one"
+    board=$device/board
+    make_board
+    start_bus
+    start_service
+}
+
+end_device() {
+    trap '' INT TERM HUP
+    [ -n "$device" ] || return 0
+    # The service goes first: the sandbox, its parent, waits for it, and we for the sandbox.
+    if [[ -s $device/sandbox.json && $(<"$device/sandbox.json") =~ \"child-pid\":\ ([0-9]+) ]] &&
+        kill -0 "$service_pid" 2>/dev/null; then
+        kill -KILL "${BASH_REMATCH[1]}" || true
+        wait "$service_pid" || true
+    fi
+    if [ ${#background[@]} -gt 0 ]; then
+        kill -KILL "${background[@]}" "${background[@]/#/-}" || true
+        wait "${background[@]}" || true
+    fi
+    rm -rf "$device"
+} 2>/dev/null

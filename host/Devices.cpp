@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: MIT
+#include "Devices.h"
+
+#include <Poco/Exception.h>
+
+#include <memory>
+#include <string>
+
+#include "KR62Driver.h"
+#include "Log.h"
+#include "PD5Driver.h"
+#include "SpecialDriver.h"
+#include "VaduDriver.h"
+
+namespace {
+
+/// Expanders are looked for under the numbers from 0 to this one.
+constexpr int LAST_EXPANDER = 15;
+
+constexpr Pattern<std::string, std::string, std::string> BOARD_BROKEN(
+    "the board at %s is left out: %s; see %s/info_io");
+
+void reportBrokenBoard(const std::string& path, const std::string& reason) {
+    log(Poco::Logger::get("iomappingd"), Poco::Message::PRIO_ERROR, BOARD_BROKEN, path, reason,
+        path);
+}
+
+/// Adds drivers to the manager and their IOs to the counts of the device.
+class Wiring {
+ public:
+    explicit Wiring(DriverManager& driverManager)
+        : manager(driverManager), counts(std::make_shared<SpecialDriver>()) {
+        manager.addDriver(counts);
+    }
+
+    void add(const std::shared_ptr<DriverInterface>& driver) {
+        manager.addDriver(driver);
+        counts->addIoCount(driver);
+    }
+
+    /// @param make makes the driver, or throws when the board at `path` is broken
+    template <typename Make>
+    void addBoard(const std::string& path, const Make& make) {
+        try {
+            add(make());
+        } catch (const Poco::Exception& e) {
+            reportBrokenBoard(path, e.displayText());
+        } catch (const std::exception& e) {
+            reportBrokenBoard(path, e.what());
+        }
+    }
+
+ private:
+    DriverManager& manager;
+    std::shared_ptr<SpecialDriver> counts;
+};
+
+}  // namespace
+
+void addDrivers(DriverManager& manager) {
+    Wiring wiring(manager);
+    wiring.add(std::make_shared<VaduDriver>());
+    if (KR62Driver::driverIsAvailable()) {
+        wiring.addBoard(KR62Driver::KR62_BASE_PATH, [] { return std::make_shared<KR62Driver>(); });
+    }
+    for (int number = 0; number <= LAST_EXPANDER; ++number) {
+        if (PD5Driver::driverIsAvailable(number)) {
+            wiring.addBoard(PD5Driver::PD5_BASE_PATH + "-" + std::to_string(number),
+                            [number] { return std::make_shared<PD5Driver>(number); });
+        }
+    }
+}

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: MIT
+#include "Options.h"
+
+#include <Poco/Exception.h>
+#include <Poco/Logger.h>
+#include <glib.h>
+
+#include <array>
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+
+#include "GLibOwners.h"
+#include "Version.h"
+
+namespace {
+
+constexpr int USAGE_STATUS = 2;
+
+using ContextOwner =
+    std::unique_ptr<GOptionContext, GLibRelease<GOptionContext, g_option_context_free>>;
+
+[[noreturn]] void refuse(const std::string& reason) {
+    std::cerr << "iomappingd: " << reason << "; see iomappingd --help\n";
+    std::exit(USAGE_STATUS);
+}
+
+int parseLevel(const std::string& level) {
+    try {
+        return Poco::Logger::parseLevel(level);
+    } catch (const Poco::Exception&) {
+        refuse("unknown log level '" + level + "'");
+    }
+}
+
+}  // namespace
+
+Options readOptions(int argc, char** argv) {
+    gchar* map = nullptr;
+    gchar* level = nullptr;
+    gboolean version = FALSE;
+    const std::array<GOptionEntry, 4> entries{{
+        {"map", 0, 0, G_OPTION_ARG_FILENAME, &map,
+         "The map file (default: /etc/io-mapping/map.json)", "FILE"},
+        {"log-level", 0, 0, G_OPTION_ARG_STRING, &level,
+         "none, fatal, critical, error, warning, notice (default), information, debug or trace",
+         "LEVEL"},
+        {"version", 0, 0, G_OPTION_ARG_NONE, &version, "Print the version", nullptr},
+        {},
+    }};
+    const ContextOwner context(g_option_context_new(nullptr));
+    g_option_context_set_summary(context.get(),
+                                 "Serves the registers of the device on the D-Bus system bus.");
+    g_option_context_add_main_entries(context.get(), entries.data(), nullptr);
+
+    GError* error = nullptr;
+    const bool understood = g_option_context_parse(context.get(), &argc, &argv, &error) != FALSE;
+    const StringOwner mapOwner(map);
+    const StringOwner levelOwner(level);
+    if (!understood) {
+        const ErrorOwner errorOwner(error);
+        refuse(error->message);
+    }
+    if (argc > 1) {
+        refuse(std::string("unexpected argument '") + argv[1] + "'");
+    }
+    if (version != FALSE) {
+        std::cout << "iomappingd " << IO_MAPPING_VERSION << '\n';
+        std::exit(EXIT_SUCCESS);
+    }
+    Options options;
+    if (map != nullptr) {
+        options.mapFile = map;
+    }
+    options.logLevel = parseLevel(level != nullptr ? level : "notice");
+    return options;
+}

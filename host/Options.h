@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+/// What the command line of iomappingd asks for.
+struct Options {
+    std::string mapFile{"/etc/io-mapping/map.json"};
+    /// A priority of Poco::Message, 0 (nothing) to 8 (trace).
+    int logLevel{};
+};
+
+/// Reads the command line. `--help` and `--version` print and end the process with status 0; what
+/// cannot be understood is told on standard error in one line and ends it with status 2.
+Options readOptions(int argc, char** argv);

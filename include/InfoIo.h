@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+/// How many IOs of each kind a board has, as its "info_io" file states it.
+///
+/// Each line is a kind, one blank and a number ("relays 4"). Lines of another form and unknown
+/// kinds are skipped; of two lines with the same kind the later one counts.
+struct InfoIo {
+    /// @param fileName the board's file
+    /// @throws tesk::NotFoundException "file %s not found"
+    /// @throws Poco::SyntaxException a number of a known kind is none
+    explicit InfoIo(const std::string& fileName);
+
+    std::uint32_t relays{0};
+    std::uint32_t outputs{0};
+    std::uint32_t inputs{0};
+    /// No line states them.
+    std::uint32_t analogOutputs{0};
+    std::uint32_t analogs{0};
+};

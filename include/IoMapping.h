@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <tuple>
+#include <vector>
+
+#include "RegisterType.h"
+
+/// An application's access to the registers of the device.
+///
+///     IoMapping io;
+///     io.writeValue(1, 1);
+///     io.enableNotifications(20, [](int address, int value) { ... });
+///     for (;;) {
+///         io.run(true);
+///     }
+///
+/// Calls to the service block until it has answered, at most 5 seconds, and may be made from any
+/// thread. Changes are delivered inside run() and nowhere else; an application that only reads and
+/// writes need not call it. The service may come and go: calls fail while it is away and work again
+/// afterwards, and notifications go on.
+class [[gnu::visibility("default")]] IoMapping {
+ public:
+    /// Connects to the D-Bus system bus, over a connection of its own. The service need not be
+    /// there yet.
+    ///
+    /// @throws tesk::InputOutputException "Error initializing DBus: %s" when the bus cannot be
+    ///         reached, "Error creating service proxy: %s" when it refuses
+    IoMapping();
+
+    /// Disconnects. No other thread may be inside a method of the object.
+    ~IoMapping();
+
+    IoMapping(const IoMapping&) = delete;
+    IoMapping& operator=(const IoMapping&) = delete;
+
+    /// Whether the service is on the bus at this moment. Never throws for a service that is not.
+    ///
+    /// Each check that finds it leaves about a kilobyte behind for good: ask now and then, not all
+    /// the time. Any call that succeeds tells as much.
+    bool isAlive();
+
+    /// Delivers pending changes: one iteration of the process's default GLib main context. The
+    /// callbacks run inside this call, on this thread.
+    ///
+    /// @param mayBlock whether to wait when nothing is pending
+    /// @return whether anything was dispatched
+    bool run(bool mayBlock);
+
+    /// Makes a run(true) that waits in another thread return.
+    void wakeup();
+
+    /// Reads one register.
+    ///
+    /// @param address the register's address
+    /// @return its value; registers of 32 bits use the whole range of `int`
+    /// @throws tesk::InputOutputException "Error calling method: %s" with the reason: there is no
+    ///         such register, its hardware cannot be read, or the service does not answer
+    int readValue(int address);
+
+    /// Reads several registers in one call.
+    ///
+    /// @param addresses the registers' addresses, in any order; repeated ones are read repeatedly
+    /// @return one value for each address, in the same order
+    /// @throws tesk::InputOutputException as readValue(), when any of them cannot be read
+    std::vector<int> readValues(const std::vector<int>& addresses);
+
+    /// Writes one register.
+    ///
+    /// @param address the register's address
+    /// @param value 0 to the register's maximum, compared as unsigned
+    /// @throws tesk::InputOutputException "Error calling method: %s" with the reason: there is no
+    ///         such register, it does not take this value or any, its hardware cannot be written,
+    ///         or the service does not answer
+    void writeValue(int address, int value);
+
+    /// The fixed properties of a register.
+    ///
+    /// @param address the register's address
+    /// @return its type, its index within its field of the map (from 1), and its maximum, which is
+    ///         an unsigned number (-1 stands for 4294967295)
+    /// @throws tesk::InputOutputException as readValue()
+    std::tuple<RegisterType, int, int> getParams(int address);
+
+    /// The registers of a type.
+    ///
+    /// @return their addresses in ascending order; none is no error
+    /// @throws tesk::InputOutputException "Error calling method: %s": the service does not answer
+    std::vector<int> getAddrsPerType(RegisterType type);
+
+    /// Has a function called, inside run(), with address and new value whenever the register
+    /// changes. It takes the place of one that the address has already. Changes that came in before
+    /// are not told. A callback may call every method of this object but run() and the four for
+    /// notifications: these would wait for the callback itself to end.
+    ///
+    /// May be called from any thread, and makes no call to the service: an address without a
+    /// register is simply never told of.
+    void enableNotifications(int address, std::function<void(int, int)> callback);
+
+    /// The same for several addresses; each gets its own copy of the function.
+    void enableNotificationsRange(const std::vector<int>& addresses,
+                                  std::function<void(int, int)> callback);
+
+    /// Ends the notifications of an address; one without any is ignored. Once this has returned,
+    /// the function is not called any more.
+    void disableNotifications(int address);
+
+    /// The same for several addresses.
+    void disableNotificationsRange(const std::vector<int>& addresses);
+
+ private:
+    struct State;
+    std::unique_ptr<State> state;
+};

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "DriverManager.h"
+#include "tesk/ObjectBase.h"
+
+class RegisterMap;
+using GDBusConnection = struct _GDBusConnection;  // NOLINT(bugprone-reserved-identifier): GIO's
+
+/// The service: owns the bus name, builds the register map once the bus is there, and runs the main
+/// loop on which every call is handled.
+///
+/// A host program makes the drivers, then one Server, then calls run():
+///
+///     DriverManager drivers;
+///     drivers.addDriver(std::make_shared<VaduDriver>());
+///     Server server("/etc/io-mapping/map.json", drivers);
+///     server.run();
+///
+/// All of it belongs to one thread, the one that calls run(). When the map cannot be loaded, the
+/// bus cannot be reached, or the name is lost or taken by somebody else, the process ends with
+/// exit status 1 after a log line at fatal or notice that says why.
+class [[gnu::visibility("default")]] Server : public tesk::ObjectBase {
+ public:
+    /// The well-known name of the service, "org.mirel.IoMapping".
+    static const std::string DBUS_SERVICE_NAME;
+
+    /// Asks for the bus name, and lets others replace the service. Nothing happens before run().
+    ///
+    /// @param mapFilePath the JSON map file, read when the bus is there
+    /// @param manager the drivers; must outlive the server
+    /// @throws tesk::InputOutputException "failed to request name on bus"
+    Server(const std::string& mapFilePath, DriverManager& manager);
+
+    /// Gives the name back and destroys the map.
+    ~Server() override;
+
+    /// Serves until the process ends.
+    void run();
+
+    /// GDBus's callbacks for the name; `userData` is the Server, and null ends the process.
+    static void dbusOnBusAcquired(GDBusConnection * connection, const char* name, void* userData);
+    /// @copydoc dbusOnBusAcquired
+    static void dbusOnNameAcquired(GDBusConnection * connection, const char* name, void* userData);
+    /// @copydoc dbusOnBusAcquired
+    static void dbusOnNameLost(GDBusConnection * connection, const char* name, void* userData);
+
+ private:
+    unsigned int ownerId;
+    DriverManager& driverManager;
+    std::string mapPath;
+    std::unique_ptr<RegisterMap> registerMap;
+};

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+#include "BoardIo.h"
+
+#include <Poco/File.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <limits>
+
+#include "Pattern.h"
+#include "tesk/Exceptions.h"
+
+namespace {
+
+constexpr Pattern<int> INVALID_INDEX("invalid IO index %d");
+
+}  // namespace
+
+namespace BoardIo {
+
+void requireIndex(int index, std::uint32_t count) {
+    if (index < 0 || static_cast<std::uint32_t>(index) > count) {
+        throw tesk::InvalidArgumentsException(INVALID_INDEX(index));
+    }
+}
+
+void writeEdge(const std::string& file, const std::string& edge) {
+    const int fd = ::open(file.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+    if (fd >= 0) {
+        [[maybe_unused]] const ssize_t written = ::write(fd, edge.data(), edge.size());
+        ::close(fd);
+    }
+}
+
+int truncate(double value) {
+    constexpr double LOWEST = std::numeric_limits<int>::min();
+    constexpr double HIGHEST = std::numeric_limits<int>::max();
+    return static_cast<int>(std::clamp(value, LOWEST, HIGHEST));
+}
+
+bool directoryExists(const std::string& path) {
+    const Poco::File file(path);
+    return file.exists() && file.isDirectory();
+}
+
+}  // namespace BoardIo

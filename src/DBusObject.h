@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <gio/gio.h>
+
+#include <functional>
+#include <map>
+#include <string>
+
+#include "GLibOwners.h"
+#include "tesk/ObjectBase.h"
+
+/// One object on a D-Bus connection: routes method calls to onDBusObjMessage(), turns what that
+/// leaves into replies, and emits signals.
+///
+/// Objects are created, called and destroyed on the thread that runs the main context they were
+/// created in; only sendSignal() may be called from any thread.
+class DBusObject : public tesk::ObjectBase {
+ public:
+    /// Registers the first interface of an introspection document.
+    ///
+    /// @param name the base of the logger's name
+    /// @param connection borrowed; must outlive the object
+    /// @param introspectionXml the document
+    /// @param path the object path
+    /// @throws tesk::InputOutputException "error creating DBus introspection: %s" for a bad
+    ///         document; "error registering object %s on DBus" when the connection refuses the
+    ///         path, for instance because it is taken
+    DBusObject(const std::string& name, GDBusConnection* connection,
+               const std::string& introspectionXml, const std::string& path);
+
+    /// Takes the object off the connection. Its entry in ObjectCallbacks stays: without the
+    /// registration no call reaches it any more.
+    ~DBusObject() override;
+
+    /// Broadcasts a signal of the object's interface.
+    ///
+    /// @param signalName the signal's name
+    /// @param parameters its arguments, a tuple; a floating reference is consumed
+    /// @param error set when the result is false; the caller frees it
+    /// @return whether the signal was sent
+    bool sendSignal(const std::string& signalName, GVariant* parameters, GError** error);
+
+    /// Carries out one method call. Must not throw: it leaves a reply, an error, or neither for an
+    /// empty reply.
+    ///
+    /// @param method the name of the method
+    /// @param parameters its arguments, borrowed
+    /// @param reply set to the reply's tuple, a floating reference
+    /// @param error set to an error, which the frame then owns
+    virtual void onDBusObjMessage(const std::string& method, GVariant* parameters, GVariant** reply,
+                                  GError** error) = 0;
+
+    /// The live objects by path.
+    static std::map<std::string, DBusObject*, std::less<>>
+        ObjectCallbacks;  // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
+
+    /// What GDBus calls for the object: method calls only, there are no properties.
+    static const GDBusInterfaceVTable dbusVTable;
+
+    /// GDBus's method-call callback. `userData` is the object that registered the path.
+    static void dbusHandleMethodCall(GDBusConnection* connection, const gchar* sender,
+                                     const gchar* objectPath, const gchar* interfaceName,
+                                     const gchar* methodName, GVariant* parameters,
+                                     GDBusMethodInvocation* invocation, gpointer userData);
+
+ private:
+    void answer(const gchar* methodName, GVariant* parameters, GDBusMethodInvocation* invocation,
+                DBusObject& receiver);
+
+    GDBusConnection* busConnection;
+    std::string objectPath;
+    NodeInfoOwner nodeInfo;
+    guint registrationId{0};
+};

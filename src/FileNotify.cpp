@@ -1,0 +1,224 @@
+// SPDX-License-Identifier: MIT
+#include "FileNotify.h"
+
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <utility>
+
+#include "EndProcess.h"
+#include "Log.h"
+#include "tesk/Exceptions.h"
+
+namespace {
+
+constexpr Pattern<std::string> INOTIFY_FAILED("error initializing inotify: %s");
+constexpr Pattern<std::string> PIPE_FAILED("error initializing pipe: %s");
+constexpr Pattern<std::string, std::string> WATCH_FAILED(
+    "error enabling notification for file '%s': %s");
+constexpr Pattern<std::string, int> FILE_ADDED("file %s added to monitor list with fd %d");
+constexpr Pattern<int> DESCRIPTOR_ADDED("file added to monitor list with fd %d");
+constexpr Pattern<int> KEY_UNKNOWN("file reference '%d' not found");
+constexpr Pattern<std::string, std::string> REMOVAL(
+    "error removing file '%s' from monitor list: %s");
+constexpr Pattern<std::string> FILE_REMOVED("monitoring stopped for file '%s'");
+constexpr Pattern<int> DESCRIPTOR_REMOVED("monitoring stopped for file descriptor '%d'");
+constexpr Pattern<> WORKER_RUNNING("worker function running");
+constexpr Pattern<> POLL_CYCLE("new poll cycle...");
+constexpr Pattern<> INOTIFY_EMPTY("inotify returned empty");
+constexpr Pattern<> INOTIFY_ERROR("inotify returned error");
+constexpr Pattern<int> EVENT_UNKNOWN("event received of unknown file %d");
+constexpr Pattern<int> DESCRIPTOR_BROKEN(
+    "file descriptor '%d' reports an error or hang-up and is not watched any longer");
+
+constexpr std::size_t EVENT_BUFFER_SIZE = 32768;
+constexpr timespec REMOVAL_PAUSE{0, 100'000'000};
+
+std::string errnoText() {
+    return std::strerror(errno);
+}
+
+void sleepFor(timespec time) {
+    while (::nanosleep(&time, &time) != 0 && errno == EINTR) {
+    }
+}
+
+}  // namespace
+
+FileNotify* FileNotify::getInstance() {
+    static FileNotify* self = nullptr;  // NOLINT(*-avoid-non-const-global-variables)
+    static std::atomic<bool> loaded{false};
+    if (!loaded.exchange(true)) {
+        self = new FileNotify();
+    }
+    return self;
+}
+
+FileNotify::FileNotify() : ObjectBase("file-notify"), inotifyFd(::inotify_init1(IN_NONBLOCK)) {
+    if (inotifyFd < 0) {
+        log(logger, Poco::Message::PRIO_FATAL, INOTIFY_FAILED, errnoText());
+        throw tesk::InputOutputException("error initializing inotify");
+    }
+    if (::pipe(wakePipe.data()) == -1) {
+        log(logger, Poco::Message::PRIO_FATAL, PIPE_FAILED, errnoText());
+        throw tesk::InputOutputException("error initializing pipe");
+    }
+    workerThread = std::thread(&FileNotify::workerFunction, this);
+}
+
+FileNotify::~FileNotify() {
+    stopRequested = true;
+    // Without this byte the worker would sleep on in poll and never be joined.
+    [[maybe_unused]] const ssize_t woken = ::write(wakePipe[1], "1", 1);
+    workerThread.join();
+    for (const int fd : {inotifyFd, wakePipe[0], wakePipe[1]}) {
+        ::close(fd);
+    }
+}
+
+int FileNotify::enableNotifications(const std::string& path, std::function<void(int)> callback) {
+    const std::lock_guard<std::mutex> guard(watchesMutex);
+    const int wd = ::inotify_add_watch(inotifyFd, path.c_str(), IN_MODIFY);
+    if (wd == -1) {
+        throw tesk::InputOutputException(WATCH_FAILED(path, errnoText()));
+    }
+    watches[wd] = FileWatch{path, std::move(callback), true};
+    log(logger, Poco::Message::PRIO_INFORMATION, FILE_ADDED, path, wd);
+    return wd;
+}
+
+int FileNotify::enableNotifications(int fd, std::function<void(int)> callback) {
+    const std::lock_guard<std::mutex> guard(watchesMutex);
+    watches[fd] = FileWatch{{}, std::move(callback), false};
+    log(logger, Poco::Message::PRIO_INFORMATION, DESCRIPTOR_ADDED, fd);
+    ++fdWatchCount;
+    [[maybe_unused]] const ssize_t woken = ::write(wakePipe[1], "1", 1);
+    return fd;
+}
+
+void FileNotify::disableNotifications(int key) {
+    std::unique_lock<std::mutex> guard(watchesMutex);
+    const auto entry = watches.find(key);
+    if (entry == watches.end()) {
+        log(logger, Poco::Message::PRIO_WARNING, KEY_UNKNOWN, key);
+        throw tesk::NotFoundException("file reference not found");
+    }
+    // Copies: another thread that disables the same key may erase the entry meanwhile.
+    const bool isFile = entry->second.isFile;
+    const std::string fileName = entry->second.fileName;
+    guard.unlock();
+    if (isFile) {
+        removeInotifyWatch(key, fileName);
+        log(logger, Poco::Message::PRIO_INFORMATION, FILE_REMOVED, fileName);
+    } else {
+        log(logger, Poco::Message::PRIO_INFORMATION, DESCRIPTOR_REMOVED, key);
+    }
+    guard.lock();
+    watches.erase(key);
+}
+
+void FileNotify::removeInotifyWatch(int key, const std::string& fileName) {
+    while (::inotify_rm_watch(inotifyFd, key) != -1) {
+        log(logger, Poco::Message::PRIO_ERROR, REMOVAL, fileName, errnoText());
+        sleepFor(REMOVAL_PAUSE);
+    }
+}
+
+void FileNotify::workerFunction() {
+    log(logger, Poco::Message::PRIO_INFORMATION, WORKER_RUNNING);
+    while (!stopRequested) {
+        std::vector<pollfd> set = pollSet();
+        log(logger, Poco::Message::PRIO_INFORMATION, POLL_CYCLE);
+        if (::poll(set.data(), set.size(), -1) == -1) {
+            if (errno == EINTR) {
+                continue;
+            }
+            std::perror("poll");
+            endProcess(EXIT_FAILURE);
+        }
+        for (const pollfd& entry : set) {
+            if (!visit(entry)) {
+                break;
+            }
+        }
+    }
+}
+
+/// The wake pipe, inotify, and a slot for every descriptor watch ever added; poll passes over the
+/// slots that are left at -1.
+std::vector<pollfd> FileNotify::pollSet() {
+    const std::lock_guard<std::mutex> guard(watchesMutex);
+    std::vector<pollfd> set(fdWatchCount + 2, pollfd{-1, 0, 0});
+    set[0] = {wakePipe[0], POLLIN, 0};
+    set[1] = {inotifyFd, POLLIN, 0};
+    std::size_t slot = 2;
+    for (auto& [key, watch] : watches) {
+        if (slot == set.size()) {
+            break;
+        }
+        if (!watch.isFile && !watch.isBroken) {
+            set[slot++] = {key, POLLIN | POLLPRI, 0};
+            watch.isPolled = true;
+        }
+    }
+    return set;
+}
+
+/// @return whether the rest of the set is to be visited
+bool FileNotify::visit(const pollfd& entry) {
+    const bool isReadable = (entry.revents & POLLIN) != 0;
+    if (entry.fd == inotifyFd && isReadable) {
+        return readInotify();
+    }
+    if (entry.fd == wakePipe[0] && isReadable) {
+        char discarded = 0;
+        [[maybe_unused]] const ssize_t taken = ::read(wakePipe[0], &discarded, 1);
+        return true;
+    }
+    visitDescriptor(entry);
+    return true;
+}
+
+/// @return whether there was anything
+bool FileNotify::readInotify() {
+    alignas(inotify_event) std::array<char, EVENT_BUFFER_SIZE> buffer;  // NOLINT(*-member-init)
+    const ssize_t size = ::read(inotifyFd, buffer.data(), buffer.size());
+    if (size <= 0) {
+        const bool isEmpty = size == 0 || errno == EAGAIN;
+        log(logger, Poco::Message::PRIO_WARNING, isEmpty ? INOTIFY_EMPTY : INOTIFY_ERROR);
+        return false;
+    }
+    const char* const end = buffer.data() + size;
+    for (const char* record = buffer.data(); record < end;) {
+        const auto* const event = reinterpret_cast<const inotify_event*>(record);
+        const std::lock_guard<std::mutex> guard(watchesMutex);
+        const auto entry = watches.find(event->wd);
+        if (entry != watches.end() && entry->second.isFile) {
+            entry->second.callback(event->wd);
+        } else {
+            log(logger, Poco::Message::PRIO_WARNING, EVENT_UNKNOWN, event->wd);
+        }
+        record += sizeof(inotify_event) + event->len;
+    }
+    return true;
+}
+
+void FileNotify::visitDescriptor(const pollfd& entry) {
+    const std::lock_guard<std::mutex> guard(watchesMutex);
+    const auto watch = watches.find(entry.fd);
+    if (watch == watches.end() || watch->second.isFile) {
+        return;
+    }
+    if (entry.revents == POLLIN) {
+        watch->second.callback(entry.fd);
+    } else if (watch->second.isPolled && (entry.revents & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
+        // It would be ready for ever, and the worker would never sleep again.
+        watch->second.isBroken = true;
+        log(logger, Poco::Message::PRIO_WARNING, DESCRIPTOR_BROKEN, entry.fd);
+    }
+}

@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <poll.h>
+
+#include <array>
+#include <atomic>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tesk/ObjectBase.h"
+
+/// Watches value files (through inotify) and device descriptors (through poll) and calls back when
+/// they change. One worker thread does it all and sleeps until something happens.
+///
+/// Callbacks run on the worker with the table of watches locked: they must not enable or disable
+/// notifications, and what they throw ends the process.
+class FileNotify : public tesk::ObjectBase {
+ public:
+    /// The one instance of the process, made by the first call and never destroyed. That call must
+    /// come before there are other threads: one that races it may get a null pointer.
+    static FileNotify* getInstance();
+
+    /// Starts the worker.
+    ///
+    /// @throws tesk::InputOutputException "error initializing inotify" or "error initializing
+    ///         pipe"; the reason is in the log
+    FileNotify();
+
+    /// Ends the worker and waits for it.
+    ~FileNotify() override;
+
+    /// Calls back at every modification of a file. A second call for the same file replaces the
+    /// callback. May be called from any thread but from a callback.
+    ///
+    /// @param path an existing file
+    /// @param callback called with the key
+    /// @return the key of the watch, the same for the same file
+    /// @throws tesk::InputOutputException "error enabling notification for file '%s': %s"
+    int enableNotifications(const std::string& path, std::function<void(int)> callback);
+
+    /// Calls back whenever a descriptor is readable and nothing else. One that reports an error or
+    /// a hang-up is not watched any longer; a warning says so.
+    ///
+    /// @param fd borrowed; to stay open as long as it is watched
+    /// @param callback called with the descriptor
+    /// @return the key of the watch, which is `fd`
+    int enableNotifications(int fd, std::function<void(int)> callback);
+
+    /// Ends a watch. For a file this takes a tenth of a second and logs one line at error. A last
+    /// callback may still come until it returns.
+    ///
+    /// @throws tesk::NotFoundException "file reference not found"; the key is in the log
+    void disableNotifications(int key);
+
+    /// What the worker thread runs.
+    void workerFunction();
+
+ private:
+    /// One watch, under the inotify watch descriptor or the polled descriptor as its key.
+    struct FileWatch {
+        std::string fileName;
+        std::function<void(int)> callback;
+        bool isFile{false};
+        /// In the poll set of the present cycle; what was polled before under the same number was
+        /// another descriptor.
+        bool isPolled{false};
+        bool isBroken{false};
+    };
+
+    std::vector<pollfd> pollSet();
+    bool visit(const pollfd& entry);
+    bool readInotify();
+    void visitDescriptor(const pollfd& entry);
+    void removeInotifyWatch(int key, const std::string& fileName);
+
+    std::thread workerThread;
+    std::atomic<bool> stopRequested{false};
+    int inotifyFd;
+    std::array<int, 2> wakePipe{};
+    std::mutex watchesMutex;
+    std::map<int, FileWatch> watches;
+    std::size_t fdWatchCount{0};
+};

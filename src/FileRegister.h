@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "DriverInterface.h"
+#include "Register.h"
+
+/// A register whose value lives in a text file that its driver names, or, where the driver names
+/// none, in the driver itself.
+///
+/// The change callback runs on the driver's notifier thread and is never cancelled: the register
+/// must outlive the notifications.
+class FileRegister : public Register {
+ public:
+    /// Asks the driver for the value file and arms its change notification.
+    ///
+    /// @param ioDriver the driver that serves this IO
+    /// @param changeCallback called with this register when the driver reports a change; the call
+    ///        throws `std::bad_function_call` if it is empty
+    /// @throws tesk::InvalidArgumentsException the driver has no IO with this index
+    /// @throws tesk::UnsupportedException the driver does not serve this kind
+    FileRegister(int registerAddress, RegisterType registerType, int registerIndex,
+                 unsigned int size, const std::shared_ptr<DriverInterface>& ioDriver,
+                 const std::function<void(Register*)>& changeCallback);
+    ~FileRegister() override;
+
+    /// Reads the file and lets the driver convert its number.
+    ///
+    /// @throws tesk::InputOutputException "error opening file '%s' for reading", and what the
+    ///         driver's conversion throws
+    int readValue() override;
+
+    /// Writes the file, or hands the value to the driver where there is no file. The value kept in
+    /// memory changes even if the driver then refuses it.
+    ///
+    /// @throws tesk::InvalidArgumentsException "value %?u is higher than max value %?u", or "value
+    ///         %?u is invalid for address %d" when the driver refuses it
+    /// @throws tesk::UnsupportedException the kind cannot be written
+    /// @throws tesk::InputOutputException "error opening file '%s' for writing"
+    void writeValue(int newValue) override;
+
+ private:
+    std::shared_ptr<DriverInterface> driver;
+    std::string fileName;
+};

@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <gio/gio.h>
+
+#include <memory>
+
+/// Owners of GLib handles: each releases its handle when it goes.
+
+template <typename T, auto Release>
+struct GLibRelease {
+    void operator()(T* handle) const { Release(handle); }
+};
+
+using ErrorOwner = std::unique_ptr<GError, GLibRelease<GError, g_error_free>>;
+using VariantOwner = std::unique_ptr<GVariant, GLibRelease<GVariant, g_variant_unref>>;
+using NodeInfoOwner =
+    std::unique_ptr<GDBusNodeInfo, GLibRelease<GDBusNodeInfo, g_dbus_node_info_unref>>;
+using StringOwner = std::unique_ptr<gchar, GLibRelease<gchar, g_free>>;

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#include "InfoIo.h"
+
+#include <Poco/NumberParser.h>
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <utility>
+
+#include "Pattern.h"
+#include "tesk/Exceptions.h"
+#include "tesk/Strings.h"
+
+namespace {
+
+constexpr Pattern<std::string> FILE_NOT_FOUND("file %s not found");
+
+constexpr std::array<std::pair<const char*, std::uint32_t InfoIo::*>, 4> KINDS{{
+    {"relays", &InfoIo::relays},
+    {"inputs", &InfoIo::inputs},
+    {"outputs", &InfoIo::outputs},
+    {"analogs", &InfoIo::analogs},
+}};
+
+}  // namespace
+
+InfoIo::InfoIo(const std::string& fileName) {
+    std::ifstream file(fileName);
+    if (!file.is_open()) {
+        throw tesk::NotFoundException(FILE_NOT_FOUND(fileName));
+    }
+    for (std::string line; std::getline(file, line);) {
+        const auto pieces = tesk::Strings::split(line, " ", true);
+        if (pieces.size() != 2) {
+            continue;
+        }
+        const auto* const kind = std::find_if(
+            KINDS.begin(), KINDS.end(), [&pieces](const auto& k) { return pieces[0] == k.first; });
+        if (kind != KINDS.end()) {
+            this->*kind->second = Poco::NumberParser::parseUnsigned(pieces[1]);
+        }
+    }
+}

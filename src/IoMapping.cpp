@@ -1,0 +1,283 @@
+// SPDX-License-Identifier: MIT
+#include "IoMapping.h"
+
+#include <gio/gio.h>
+
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "ChangeFilter.h"
+#include "GLibOwners.h"
+#include "Pattern.h"
+#include "RegisterMap.h"
+#include "Server.h"
+#include "tesk/Exceptions.h"
+
+namespace {
+
+constexpr Pattern<std::string> BUS_FAILED("Error initializing DBus: %s");
+constexpr Pattern<std::string> INTROSPECTION_FAILED("error creating DBus introspection: %s");
+constexpr Pattern<std::string> PROXY_FAILED("Error creating service proxy: %s");
+constexpr Pattern<std::string> CALL_FAILED("Error calling method: %s");
+constexpr Pattern<std::string> REPLY_UNEXPECTED("the service has replied with the type '%s'");
+
+constexpr const char* CHANGE_SIGNAL = "OnValueChange";
+constexpr int CALL_TIMEOUT_MS = 5000;
+
+/// A proxy that neither loads properties nor queues signals of its own.
+constexpr auto PROXY_FLAGS = static_cast<GDBusProxyFlags>(
+    G_DBUS_PROXY_FLAGS_DO_NOT_LOAD_PROPERTIES | G_DBUS_PROXY_FLAGS_DO_NOT_CONNECT_SIGNALS);
+
+[[noreturn]] void fail(const Pattern<std::string>& pattern, GError* error) {
+    const ErrorOwner owner(error);
+    throw tesk::InputOutputException(pattern(error->message));
+}
+
+struct ConnectionRelease {
+    void operator()(GDBusConnection* connection) const {
+        // Somebody may still hold a reference, the probe of a liveness check does for good.
+        g_dbus_connection_close_sync(connection, nullptr, nullptr);
+        g_object_unref(connection);
+    }
+};
+using ConnectionOwner = std::unique_ptr<GDBusConnection, ConnectionRelease>;
+
+struct ProxyRelease {
+    void operator()(GDBusProxy* proxy) const { g_object_unref(proxy); }
+};
+using ProxyOwner = std::unique_ptr<GDBusProxy, ProxyRelease>;
+
+/// A connection of the object's own: a filter on the shared one would see the messages of other
+/// code in the application, and losing the shared one ends the application.
+GDBusConnection* connectToSystemBus() {
+    GError* error = nullptr;
+    const StringOwner address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &error));
+    if (!address) {
+        fail(BUS_FAILED, error);
+    }
+    GDBusConnection* connection = g_dbus_connection_new_for_address_sync(
+        address.get(),
+        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+        nullptr, nullptr, &error);
+    if (connection == nullptr) {
+        fail(BUS_FAILED, error);
+    }
+    return connection;
+}
+
+/// Each object gives back a reference to the default main context that it has not taken. The
+/// library takes one for it, or the context would be freed under everybody's feet.
+void holdDefaultContextForOneObject() {
+    g_main_context_ref(g_main_context_default());
+}
+
+GVariant* intArray(const std::vector<int>& numbers) {
+    return g_variant_new_fixed_array(G_VARIANT_TYPE_INT32, numbers.data(), numbers.size(),
+                                     sizeof(gint32));
+}
+
+/// The numbers in a "(v)" that holds an "ai".
+std::vector<int> unboxInts(GVariant* reply) {
+    const VariantOwner boxed(g_variant_get_child_value(reply, 0));
+    const VariantOwner list(g_variant_get_variant(boxed.get()));
+    if (g_variant_is_of_type(list.get(), G_VARIANT_TYPE("ai")) == FALSE) {
+        throw tesk::InputOutputException(
+            CALL_FAILED(REPLY_UNEXPECTED(g_variant_get_type_string(list.get()))));
+    }
+    gsize count = 0;
+    const auto* const numbers =
+        static_cast<const gint32*>(g_variant_get_fixed_array(list.get(), &count, sizeof(gint32)));
+    return {numbers, numbers + count};
+}
+
+}  // namespace
+
+struct IoMapping::State {
+    State();
+    ~State();
+    State(const State&) = delete;
+    State& operator=(const State&) = delete;
+
+    /// Calls a method of the service.
+    ///
+    /// @return the reply, of the type asked for
+    /// @throws tesk::InputOutputException "Error calling method: %s"
+    VariantOwner call(const char* method, GVariant* parameters, const char* replyType) const;
+
+    static void onSignal(GDBusConnection* connection, const gchar* sender, const gchar* objectPath,
+                         const gchar* interfaceName, const gchar* signalName, GVariant* parameters,
+                         gpointer userData);
+
+    ConnectionOwner connection;
+    NodeInfoOwner nodeInfo;
+    ProxyOwner proxy;
+    GMainContext* mainContext{nullptr};
+    guint subscriptionId{0};
+    std::mutex lock;
+    std::map<int, std::function<void(int, int)>> callbacks;
+    std::shared_ptr<ChangeFilter> filter;
+};
+
+IoMapping::State::State() : connection(connectToSystemBus()) {
+    GError* error = nullptr;
+    nodeInfo.reset(
+        g_dbus_node_info_new_for_xml(RegisterMap::DBUS_INTROSPECTION_XML.c_str(), &error));
+    if (!nodeInfo) {
+        fail(INTROSPECTION_FAILED, error);
+    }
+    const char* const interfaceName = nodeInfo->interfaces[0]->name;
+    proxy.reset(g_dbus_proxy_new_sync(
+        connection.get(), PROXY_FLAGS, nullptr, Server::DBUS_SERVICE_NAME.c_str(),
+        RegisterMap::DBUS_OBJECT_NAME.c_str(), interfaceName, nullptr, &error));
+    if (!proxy) {
+        fail(PROXY_FAILED, error);
+    }
+    filter = std::make_shared<ChangeFilter>(interfaceName, CHANGE_SIGNAL);
+    ChangeFilter::attach(filter, connection.get());
+    subscriptionId = g_dbus_connection_signal_subscribe(
+        connection.get(), Server::DBUS_SERVICE_NAME.c_str(), interfaceName, CHANGE_SIGNAL, nullptr,
+        nullptr, G_DBUS_SIGNAL_FLAGS_NONE, onSignal, this, nullptr);
+    holdDefaultContextForOneObject();
+    mainContext = g_main_context_default();
+}
+
+IoMapping::State::~State() {
+    g_dbus_connection_signal_unsubscribe(connection.get(), subscriptionId);
+    proxy.reset();
+    nodeInfo.reset();
+    g_main_context_wakeup(mainContext);
+    g_main_context_unref(mainContext);
+    connection.reset();
+    callbacks.clear();
+}
+
+VariantOwner IoMapping::State::call(const char* method, GVariant* parameters,
+                                    const char* replyType) const {
+    // By name, not through g_dbus_proxy_call_sync(): the proxy calls the owner it has last heard
+    // of, and in an application that never runs the main context that is a service long gone.
+    GError* error = nullptr;
+    GVariant* reply = g_dbus_connection_call_sync(
+        connection.get(), g_dbus_proxy_get_name(proxy.get()),
+        g_dbus_proxy_get_object_path(proxy.get()), g_dbus_proxy_get_interface_name(proxy.get()),
+        method, parameters, nullptr, G_DBUS_CALL_FLAGS_NONE, CALL_TIMEOUT_MS, nullptr, &error);
+    if (reply == nullptr) {
+        fail(CALL_FAILED, error);
+    }
+    VariantOwner owner(reply);
+    if (g_variant_is_of_type(reply, G_VARIANT_TYPE(replyType)) == FALSE) {
+        throw tesk::InputOutputException(
+            CALL_FAILED(REPLY_UNEXPECTED(g_variant_get_type_string(reply))));
+    }
+    return owner;
+}
+
+void IoMapping::State::onSignal(GDBusConnection* /*connection*/, const gchar* /*sender*/,
+                                const gchar* /*objectPath*/, const gchar* interfaceName,
+                                const gchar* signalName, GVariant* parameters, gpointer userData) {
+    auto* const state = static_cast<State*>(userData);
+    if (state == nullptr || g_strcmp0(interfaceName, state->nodeInfo->interfaces[0]->name) != 0 ||
+        g_strcmp0(signalName, CHANGE_SIGNAL) != 0) {
+        return;
+    }
+    gint32 address = 0;
+    gint32 value = 0;
+    g_variant_get(parameters, "(ii)", &address, &value);
+    const std::lock_guard<std::mutex> guard(state->lock);
+    const auto entry = state->callbacks.find(address);
+    if (entry != state->callbacks.end() && entry->second) {
+        entry->second(address, value);
+    }
+}
+
+IoMapping::IoMapping() : state(std::make_unique<State>()) {}
+
+IoMapping::~IoMapping() = default;
+
+bool IoMapping::isAlive() {
+    // The probe of a successful check is never released.
+    GDBusProxy* probe =
+        g_dbus_proxy_new_sync(state->connection.get(), PROXY_FLAGS, nullptr, "org.freedesktop.DBus",
+                              "/", "org.freedesktop.DBus", nullptr, nullptr);
+    if (probe == nullptr) {
+        return false;
+    }
+    const VariantOwner reply(
+        g_dbus_proxy_call_sync(probe, "GetConnectionUnixProcessID",
+                               g_variant_new("(s)", Server::DBUS_SERVICE_NAME.c_str()),
+                               G_DBUS_CALL_FLAGS_NONE, CALL_TIMEOUT_MS, nullptr, nullptr));
+    if (!reply) {
+        g_object_unref(probe);
+    }
+    return reply != nullptr;
+}
+
+bool IoMapping::run(bool mayBlock) {
+    return g_main_context_iteration(state->mainContext, mayBlock ? TRUE : FALSE) != FALSE;
+}
+
+void IoMapping::wakeup() {
+    g_main_context_wakeup(state->mainContext);
+}
+
+int IoMapping::readValue(int address) {
+    const VariantOwner reply = state->call("Read", g_variant_new("(i)", address), "(i)");
+    gint32 value = 0;
+    g_variant_get(reply.get(), "(i)", &value);
+    return value;
+}
+
+std::vector<int> IoMapping::readValues(const std::vector<int>& addresses) {
+    return unboxInts(
+        state->call("ReadList", g_variant_new("(v)", intArray(addresses)), "(v)").get());
+}
+
+void IoMapping::writeValue(int address, int value) {
+    state->call("Write", g_variant_new("(ii)", address, value), "()");
+}
+
+std::tuple<RegisterType, int, int> IoMapping::getParams(int address) {
+    const VariantOwner reply = state->call("GetParams", g_variant_new("(i)", address), "(iii)");
+    gint32 type = 0;
+    gint32 index = 0;
+    gint32 maxValue = 0;
+    g_variant_get(reply.get(), "(iii)", &type, &index, &maxValue);
+    return {static_cast<RegisterType>(type), index, maxValue};
+}
+
+std::vector<int> IoMapping::getAddrsPerType(RegisterType type) {
+    return unboxInts(
+        state->call("GetAddrsPerType", g_variant_new("(i)", static_cast<gint32>(type)), "(v)")
+            .get());
+}
+
+void IoMapping::enableNotifications(int address, std::function<void(int, int)> callback) {
+    const std::lock_guard<std::mutex> guard(state->lock);
+    state->callbacks[address] = std::move(callback);
+    state->filter->admit(address);
+}
+
+void IoMapping::enableNotificationsRange(
+    const std::vector<int>& addresses,
+    std::function<void(int, int)> callback) {  // NOLINT(performance-unnecessary-value-param)
+    const std::lock_guard<std::mutex> guard(state->lock);
+    for (const int address : addresses) {
+        state->callbacks[address] = callback;
+        state->filter->admit(address);
+    }
+}
+
+void IoMapping::disableNotifications(int address) {
+    const std::lock_guard<std::mutex> guard(state->lock);
+    state->callbacks.erase(address);
+    state->filter->dismiss(address);
+}
+
+void IoMapping::disableNotificationsRange(const std::vector<int>& addresses) {
+    const std::lock_guard<std::mutex> guard(state->lock);
+    for (const int address : addresses) {
+        state->callbacks.erase(address);
+        state->filter->dismiss(address);
+    }
+}

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: MIT
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+#include "BusFixture.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr const char* RELAY = R"({"address": 1, "size": 1, "count": 2, "type": "relay",
+                                  "driver": "kr62", "virtual_backup": true})";
+constexpr const char* INPUT = R"({"address": 11, "size": 1, "count": 2, "type": "input_digital",
+                                  "driver": "kr62", "virtual_backup": true})";
+constexpr const char* EXPANDER_RELAY = R"({"address": 21, "size": 1, "count": 1, "type": "relay",
+                                           "driver": "pd5-3", "virtual_backup": true})";
+constexpr const char* COUNTS = R"({"address": 31, "size": 16, "count": 1, "type": "count_relays",
+                                   "driver": "special"})";
+constexpr const char* DETECTED = R"({"address": 41, "size": 1, "count": 4, "type": "pd5_detected",
+                                     "driver": "special"})";
+
+/// The daemon on boards in the real paths.
+class BoardsTest : public BusFixture {
+ protected:
+    void SetUp() override {
+        std::filesystem::remove_all("/sys/kernel");
+        writeFile("/sys/kernel/kr62/info_io", "relays 2\ninputs 2\noutputs 0\nanalogs 0\n");
+        for (const char* io : {"relays/1", "relays/2", "inputs/1", "inputs/2"}) {
+            writeFile(std::string("/sys/kernel/kr62/") + io + "/value", "0\n");
+        }
+        writeFile("/sys/kernel/pd5-3/info_io", "relays 4\n");
+        writeFile("/sys/kernel/pd5-3/relays/1/value", "1\n");
+    }
+};
+
+TEST_F(BoardsTest, TheBoardsThatAreThereServeTheirIos) {
+    startService(mapOf({RELAY, INPUT, EXPANDER_RELAY, COUNTS, DETECTED}));
+    const BusClient client;
+    EXPECT_EQ(client.call("ReadList", "(<[1, 21, 31, 41, 42, 43, 44]>,)").text(),
+              "(<[0, 1, 6, 0, 0, 1, 0]>,)");
+    EXPECT_EQ(client.call("Write", "(2, 1)").text(), "()");
+    EXPECT_EQ(readFile("/sys/kernel/kr62/relays/2/value"), "1");
+    EXPECT_EQ(client.call("Write", "(11, 1)").text(),
+              "org.freedesktop.DBus.Error.Failed: write not supported for IO type input_digital");
+}
+
+TEST_F(BoardsTest, AChangeOfAWatchedFileReachesEveryClient) {
+    startService(mapOf({RELAY, INPUT}));
+    const BusClient one;
+    const BusClient other;
+    one.call("Read", "(1,)");
+    other.call("Read", "(1,)");
+    // A write in place is one change; a client that truncates first may cause two.
+    std::fstream("/sys/kernel/kr62/inputs/2/value") << "1";
+    for (const BusClient* client : {&one, &other}) {
+        ASSERT_TRUE(client->waitForChanges(1));
+        EXPECT_THAT(client->changes(), ElementsAre(std::pair(12, 1)));
+    }
+}
+
+TEST_F(BoardsTest, ABrokenBoardIsOneErrorLineAndTheServiceGoesOnWithoutIt) {
+    writeFile("/sys/kernel/kr62/info_io", "relays many\n");
+    std::filesystem::remove("/sys/kernel/pd5-3/info_io");
+    Process& service = startService(mapOf({RELAY, EXPANDER_RELAY}));
+    EXPECT_EQ(BusClient().call("GetParams", "(1,)").text(), "(29, 1, 1)") << "not virtual";
+    service.signal(SIGTERM);
+    EXPECT_EQ(service.waitForExit(), 0);
+    const auto lines = Process::lines(service.standardError());
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_THAT(lines[0], HasSubstr("Error iomappingd: the board at /sys/kernel/kr62 is left out: "
+                                    "Syntax error: Not a valid unsigned integer: many; see "
+                                    "/sys/kernel/kr62/info_io"));
+    EXPECT_THAT(lines[1], HasSubstr("Error iomappingd: the board at /sys/kernel/pd5-3 is left out: "
+                                    "file /sys/kernel/pd5-3/info_io not found"));
+}
+
+TEST_F(BoardsTest, ABoardThatIsPulledFailsItsReadsAloneAndWorksWhenItIsBack) {
+    startService(mapOf({RELAY, EXPANDER_RELAY}));
+    const BusClient client;
+    std::filesystem::remove_all("/sys/kernel/kr62");
+    EXPECT_EQ(client.call("Read", "(1,)").text(),
+              "org.freedesktop.DBus.Error.Failed: error opening file "
+              "'/sys/kernel/kr62/relays/1/value' for reading");
+    EXPECT_EQ(client.call("Read", "(21,)").text(), "(1,)");
+    writeFile("/sys/kernel/kr62/relays/1/value", "1\n");
+    EXPECT_EQ(client.call("Read", "(1,)").text(), "(1,)");
+}
+
+}  // namespace

@@ -1,0 +1,328 @@
+// SPDX-License-Identifier: MIT
+#include "IoMapping.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <csignal>
+#include <stdexcept>
+#include <thread>
+
+#include "BusFixture.h"
+#include "Deadline.h"
+#include "tesk/Exceptions.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+using Changes = std::vector<std::pair<int, int>>;
+
+/// What an operation throws; it must be exactly an InputOutputException.
+template <typename Operation>
+std::string failureOf(const Operation& operation) {
+    try {
+        operation();
+    } catch (const std::exception& e) {
+        EXPECT_EQ(typeid(e), typeid(tesk::InputOutputException));
+        return e.what();
+    }
+    return "no failure";
+}
+
+class IoMappingTest : public BusFixture {
+ protected:
+    const std::string map = mapOf(
+        {R"({"address": 1, "size": 16, "count": 10})", R"({"address": 20, "size": 32, "count": 1})",
+         R"({"address": 30, "size": 8, "count": 2, "type": "reserved"})"});
+
+    /// A function that keeps what it is called with.
+    static std::function<void(int, int)> into(Changes& changes) {
+        return [&changes](int address, int value) { changes.emplace_back(address, value); };
+    }
+
+    /// Runs a client's loop until a condition holds; false when it does not in time.
+    template <typename Condition>
+    static bool runClientUntil(IoMapping& io, const Condition& condition) {
+        const Deadline deadline;
+        while (!condition() && !deadline.passed()) {
+            if (!io.run(false)) {
+                std::this_thread::yield();
+            }
+        }
+        return condition();
+    }
+};
+
+TEST_F(IoMappingTest, WithoutABusThereIsNoObject) {
+    bus.kill();
+    EXPECT_THAT(failureOf([] { IoMapping io; }), StartsWith("Error initializing DBus: "));
+}
+
+TEST_F(IoMappingTest, WithoutAServiceEveryCallFailsAndIsAliveIsFalse) {
+    IoMapping io;
+    EXPECT_FALSE(io.isAlive());
+    const std::string absent =
+        "Error calling method: GDBus.Error:org.freedesktop.DBus.Error.ServiceUnknown: The name "
+        "org.mirel.IoMapping was not provided by any .service files";
+    EXPECT_EQ(failureOf([&io] { io.readValue(1); }), absent);
+    EXPECT_EQ(failureOf([&io] { io.readValues({1}); }), absent);
+    EXPECT_EQ(failureOf([&io] { io.writeValue(1, 1); }), absent);
+    EXPECT_EQ(failureOf([&io] { io.getParams(1); }), absent);
+    EXPECT_EQ(failureOf([&io] { io.getAddrsPerType(RegisterType::VIRTUAL); }), absent);
+}
+
+TEST_F(IoMappingTest, EveryOperationReachesTheService) {
+    startService(map);
+    IoMapping io;
+    EXPECT_TRUE(io.isAlive());
+    io.writeValue(1, 65535);
+    io.writeValue(20, -7);
+    EXPECT_EQ(io.readValue(1), 65535);
+    EXPECT_THAT(io.readValues({20, 1, 2, 20}), ElementsAre(-7, 65535, 0, -7));
+    EXPECT_THAT(io.readValues({}), IsEmpty());
+    EXPECT_EQ(io.getParams(3), std::tuple(RegisterType::VIRTUAL, 3, 65535));
+    EXPECT_EQ(io.getParams(20), std::tuple(RegisterType::VIRTUAL, 1, -1));
+    EXPECT_EQ(io.getParams(31), std::tuple(RegisterType::RESERVED, 2, 255));
+    EXPECT_THAT(io.getAddrsPerType(RegisterType::RESERVED), ElementsAre(30, 31));
+    EXPECT_THAT(io.getAddrsPerType(RegisterType::RELAY), IsEmpty());
+}
+
+TEST_F(IoMappingTest, ARefusalCarriesTheServicesText) {
+    startService(map);
+    IoMapping io;
+    const std::string prefix =
+        "Error calling method: GDBus.Error:org.freedesktop.DBus.Error.Failed: ";
+    EXPECT_EQ(failureOf([&io] { io.readValue(99); }), prefix + "address '99' not found");
+    EXPECT_EQ(failureOf([&io] { io.readValues({1, 99}); }), prefix + "address '99' not found");
+    EXPECT_EQ(failureOf([&io] { io.writeValue(1, 65536); }),
+              prefix + "value 65536 is higher than max value 65535");
+    EXPECT_EQ(failureOf([&io] { io.getParams(99); }), prefix + "address '99' not found");
+}
+
+TEST_F(IoMappingTest, AServiceThatDoesNotAnswerIsGivenUpAfter5Seconds) {
+    const Process& service = startService(map);
+    IoMapping io;
+    service.signal(SIGSTOP);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(failureOf([&io] { io.readValue(1); }), "Error calling method: Timeout was reached");
+    const auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(waited, std::chrono::milliseconds(4900));
+    EXPECT_LT(waited, std::chrono::seconds(10));
+    EXPECT_TRUE(io.isAlive()) << "it still holds its name";
+    service.signal(SIGCONT);
+    EXPECT_EQ(io.readValue(1), 0);
+}
+
+TEST_F(IoMappingTest, AChangeCallsTheFunctionOfItsAddress) {
+    startService(map);
+    IoMapping io;
+    Changes first;
+    Changes range;
+    io.enableNotifications(1, into(first));
+    io.enableNotificationsRange({2, 3, 4}, into(range));
+    for (int address = 1; address <= 5; ++address) {
+        io.writeValue(address, address * 10);
+    }
+    EXPECT_TRUE(runClientUntil(io, [&range] { return range.size() >= 3; }));
+    EXPECT_THAT(first, ElementsAre(std::pair(1, 10)));
+    EXPECT_THAT(range, ElementsAre(std::pair(2, 20), std::pair(3, 30), std::pair(4, 40)));
+}
+
+TEST_F(IoMappingTest, ASecondFunctionTakesThePlaceOfTheFirst) {
+    startService(map);
+    IoMapping io;
+    Changes first;
+    Changes second;
+    io.enableNotifications(1, into(first));
+    io.enableNotifications(1, into(second));
+    io.writeValue(1, 5);
+    EXPECT_TRUE(runClientUntil(io, [&second] { return !second.empty(); }));
+    EXPECT_THAT(first, IsEmpty());
+}
+
+TEST_F(IoMappingTest, DisabledNotificationsAreNotDelivered) {
+    startService(map);
+    IoMapping io;
+    Changes dropped;
+    Changes last;
+    io.enableNotificationsRange({1, 2, 3}, into(dropped));
+    io.enableNotifications(9, into(last));
+    io.disableNotifications(1);
+    io.disableNotificationsRange({2, 3, 77});
+    io.disableNotifications(77);
+    for (const int address : {1, 2, 3, 9}) {
+        io.writeValue(address, 1);
+    }
+    EXPECT_TRUE(runClientUntil(io, [&last] { return !last.empty(); }));
+    EXPECT_THAT(dropped, IsEmpty());
+}
+
+TEST_F(IoMappingTest, ChangesThatAreQueuedWhenTheyAreDisabledAreNotDelivered) {
+    startService(map);
+    IoMapping io;
+    Changes dropped;
+    io.enableNotifications(1, into(dropped));
+    io.writeValue(1, 1);
+    io.disableNotifications(1);
+    Changes last;
+    io.enableNotifications(2, into(last));
+    io.writeValue(2, 2);
+    EXPECT_TRUE(runClientUntil(io, [&last] { return !last.empty(); }));
+    EXPECT_THAT(dropped, IsEmpty());
+}
+
+TEST_F(IoMappingTest, AnEmptyFunctionIsIgnored) {
+    startService(map);
+    IoMapping io;
+    Changes last;
+    io.enableNotifications(1, {});
+    io.enableNotifications(2, into(last));
+    io.writeValue(1, 1);
+    io.writeValue(2, 2);
+    EXPECT_TRUE(runClientUntil(io, [&last] { return !last.empty(); }));
+}
+
+TEST_F(IoMappingTest, ACallbackMayCallTheService) {
+    startService(map);
+    IoMapping io;
+    int echoed = 0;
+    io.enableNotifications(1, [&io, &echoed](int address, int /*value*/) {
+        io.writeValue(2, 7);
+        echoed = io.readValue(address);
+    });
+    io.writeValue(1, 55);
+    EXPECT_TRUE(runClientUntil(io, [&echoed] { return echoed == 55; }));
+}
+
+TEST_F(IoMappingTest, RunDeliversOnTheCallingThread) {
+    startService(map);
+    IoMapping io;
+    std::thread::id calledOn;
+    io.enableNotifications(
+        1, [&calledOn](int /*address*/, int /*value*/) { calledOn = std::this_thread::get_id(); });
+    io.writeValue(1, 1);
+    std::thread::id runner;
+    std::thread([&] {
+        runner = std::this_thread::get_id();
+        runClientUntil(io, [&calledOn] { return calledOn != std::thread::id(); });
+    }).join();
+    EXPECT_EQ(calledOn, runner);
+}
+
+TEST_F(IoMappingTest, RunWithoutBlockingReturnsFalseWhenNothingIsThere) {
+    startService(map);
+    IoMapping io;
+    EXPECT_TRUE(runClientUntil(io, [&io] { return !io.run(false); }));
+}
+
+TEST_F(IoMappingTest, WakeupEndsARunThatBlocksInAnotherThread) {
+    startService(map);
+    IoMapping io;
+    std::atomic<bool> asked{false};
+    std::atomic<bool> returned{false};
+    std::thread runner([&] {
+        while (!asked) {
+            io.run(true);
+        }
+        returned = true;
+    });
+    asked = true;
+    io.wakeup();
+    runner.join();
+    EXPECT_TRUE(returned);
+}
+
+TEST_F(IoMappingTest, ManyThreadsCallWhileChangesArrive) {
+    constexpr int THREADS = 4;
+    constexpr int ROUNDS = 200;
+    startService(map);
+    IoMapping io;
+    std::atomic<int> delivered{0};
+    io.enableNotificationsRange({1, 2, 3, 4},
+                                [&delivered](int /*address*/, int /*value*/) { ++delivered; });
+    std::atomic<int> mistakes{0};
+    std::vector<std::thread> callers;
+    for (int address = 1; address <= THREADS; ++address) {
+        callers.emplace_back([&io, &mistakes, address] {
+            for (int round = 1; round <= ROUNDS; ++round) {
+                io.writeValue(address, round);
+                mistakes += io.readValues({address, address}) == std::vector<int>(2, round) ? 0 : 1;
+            }
+        });
+    }
+    EXPECT_TRUE(runClientUntil(io, [&delivered] { return delivered >= THREADS * ROUNDS; }));
+    for (std::thread& caller : callers) {
+        caller.join();
+    }
+    EXPECT_EQ(mistakes, 0);
+    EXPECT_EQ(delivered, THREADS * ROUNDS);
+}
+
+TEST_F(IoMappingTest, ARestartedServiceIsUsedAgainAndNotificationsGoOn) {
+    Process& first = startService(map);
+    IoMapping io;
+    Changes changes;
+    io.enableNotifications(1, into(changes));
+    io.writeValue(1, 1);
+    EXPECT_TRUE(runClientUntil(io, [&changes] { return changes.size() == 1; }));
+
+    first.signal(SIGTERM);
+    first.waitForExit();
+    const Deadline deadline;
+    while (io.isAlive() && !deadline.passed()) {
+    }
+    EXPECT_THAT(failureOf([&io] { io.readValue(1); }), StartsWith("Error calling method: "));
+
+    startService(map);
+    EXPECT_TRUE(io.isAlive());
+    EXPECT_EQ(io.readValue(1), 0);
+    io.writeValue(1, 2);
+    EXPECT_TRUE(runClientUntil(io, [&changes] { return changes.size() == 2; }));
+    EXPECT_THAT(changes, ElementsAre(std::pair(1, 1), std::pair(1, 2)));
+}
+
+TEST_F(IoMappingTest, AnApplicationThatNeverRunsFindsTheRestartedService) {
+    Process& first = startService(map);
+    IoMapping io;
+    EXPECT_EQ(io.readValue(1), 0);
+    first.signal(SIGTERM);
+    first.waitForExit();
+    startService(map);
+    EXPECT_EQ(io.readValue(1), 0);
+}
+
+TEST_F(IoMappingTest, TwoObjectsInOneProcessEachGetTheirChanges) {
+    startService(map);
+    IoMapping one;
+    IoMapping two;
+    Changes ofOne;
+    Changes ofTwo;
+    one.enableNotifications(1, into(ofOne));
+    two.enableNotificationsRange({1, 2}, into(ofTwo));
+    two.writeValue(1, 11);
+    one.writeValue(2, 22);
+    EXPECT_TRUE(runClientUntil(one, [&] { return ofOne.size() + ofTwo.size() >= 3; }));
+    EXPECT_THAT(ofOne, ElementsAre(std::pair(1, 11)));
+    EXPECT_THAT(ofTwo, ElementsAre(std::pair(1, 11), std::pair(2, 22)));
+}
+
+TEST_F(IoMappingTest, SignalsOfOthersAreNotTaken) {
+    startService(map);
+    IoMapping io;
+    Changes changes;
+    io.enableNotifications(1, into(changes));
+    const BusClient stranger;
+    g_dbus_connection_emit_signal(stranger.connection(), nullptr, "/org/mirel/register",
+                                  "org.mirel.Register", "OnValueChange",
+                                  g_variant_new("(ii)", 1, 666), nullptr);
+    g_dbus_connection_flush_sync(stranger.connection(), nullptr, nullptr);
+    io.writeValue(1, 3);
+    EXPECT_TRUE(runClientUntil(io, [&changes] { return !changes.empty(); }));
+    EXPECT_THAT(changes, ElementsAre(std::pair(1, 3)));
+}
+
+}  // namespace

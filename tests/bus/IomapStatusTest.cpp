@@ -1,0 +1,153 @@
+// SPDX-License-Identifier: MIT
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+
+#include "IomapFixture.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+constexpr const char* FACTORY_INFO = "/tmp/factory_info_partition/factory_info_json";
+constexpr const char* OS_RELEASE = "/usr/lib/os-release";
+constexpr const char* ABSENT = "the service is not running; start iomappingd";
+
+class IomapStatusTest : public IomapFixture {
+ protected:
+    void SetUp() override { std::filesystem::remove(FACTORY_INFO); }
+    void TearDown() override { writeFile(OS_RELEASE, osRelease); }
+
+    const std::string map = mapOf({R"({"address": 1, "size": 8, "count": 12})",
+                                   R"({"address": 20, "size": 8, "count": 2, "type": "reserved"})",
+                                   R"({"address": 30, "size": 32, "count": 1, "type": "uptime"})"});
+    const std::string boardMap =
+        mapOf({R"({"address": 1, "size": 8, "count": 1})",
+               R"({"address": 40, "size": 32, "count": 1, "type": "hw_type"})",
+               R"({"address": 41, "size": 32, "count": 1, "type": "fw_version"})"});
+
+ private:
+    const std::string osRelease = readFile(OS_RELEASE);
+};
+
+/// A socket that takes one connection and drops it, as a bus that is only coming up.
+class DroppingSocket {
+ public:
+    explicit DroppingSocket(const std::string& path) : fd(socket(AF_UNIX, SOCK_STREAM, 0)) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+        EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+        EXPECT_EQ(listen(fd, 1), 0);
+    }
+    ~DroppingSocket() { close(fd); }
+    DroppingSocket(const DroppingSocket&) = delete;
+    DroppingSocket& operator=(const DroppingSocket&) = delete;
+
+    void dropOne() const { close(accept(fd, nullptr, nullptr)); }
+
+ private:
+    int fd;
+};
+
+TEST_F(IomapStatusTest, ARunningServiceIsStatus0WithItsRegistersByType) {
+    startService(map);
+    EXPECT_EQ(iomapDone({"status"}),
+              "service: running\n"
+              "registers: 15\n"
+              "  uptime: 1\n"
+              "  reserved: 2\n"
+              "  virtual: 12\n");
+    EXPECT_EQ(iomapJson({"status", "--json"}), json(R"({"alive": true, "registers": 15,
+        "types": {"uptime": 1, "reserved": 2, "virtual": 12}})"));
+}
+
+TEST_F(IomapStatusTest, AServiceWithoutRegistersIsAlive) {
+    startService(mapOf({}));
+    EXPECT_EQ(iomapDone({"status"}), "service: running\nregisters: 0\n");
+    EXPECT_EQ(iomapJson({"status", "--json"}),
+              json(R"({"alive": true, "registers": 0, "types": {}})"));
+}
+
+TEST_F(IomapStatusTest, FirmwareAndHardwareAreShownWhenTheyAreMapped) {
+    writeFile(FACTORY_INFO, R"({"HW_DEVICE": {"Legacy_HW_Type": "12"}})");
+    writeFile(OS_RELEASE, "IMAGE_VERSION=2.3.4\n");
+    startService(boardMap);
+    EXPECT_EQ(iomapDone({"status"}),
+              "service: running\n"
+              "registers: 3\n"
+              "  hw_type: 1\n"
+              "  fw_version: 1\n"
+              "  virtual: 1\n"
+              "firmware: 564 (0x234)\n"
+              "hardware: 12\n");
+    EXPECT_EQ(iomapJson({"status", "--json"}), json(R"({"alive": true, "registers": 3,
+        "types": {"hw_type": 1, "fw_version": 1, "virtual": 1},
+        "firmware": 564, "hardware": 12})"));
+}
+
+TEST_F(IomapStatusTest, FirmwareAndHardwareThatCannotBeReadShowTheirErrors) {
+    writeFile(OS_RELEASE, "IMAGE_VERSION=2\n");
+    startService(boardMap);
+    const std::string missing =
+        std::string("error opening file '") + FACTORY_INFO + "' for reading";
+    EXPECT_THAT(
+        iomapDone({"status"}),
+        HasSubstr("\nfirmware: invalid format for firmware version\nhardware: " + missing + "\n"));
+    EXPECT_EQ(iomapJson({"status", "--json"}), json(R"({"alive": true, "registers": 3,
+        "types": {"hw_type": 1, "fw_version": 1, "virtual": 1},
+        "firmware_error": "invalid format for firmware version",
+        "hardware_error": ")" + missing + R"("})"));
+}
+
+TEST_F(IomapStatusTest, WithoutAServiceItIsStatus1AndSaysSo) {
+    expectFailure(iomap({"status"}), 1, ABSENT);
+    const Outcome outcome = iomap({"status", "--json"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, "{\"alive\":false}\n");
+    EXPECT_EQ(outcome.errors, std::string("iomap: ") + ABSENT + "\n");
+}
+
+TEST_F(IomapStatusTest, WithoutABusItIsStatus1AndSaysSo) {
+    bus.kill();
+    const Outcome outcome = iomap({"status", "--json"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, "{\"alive\":false}\n");
+    EXPECT_EQ(outcome.errors,
+              "iomap: cannot reach the D-Bus system bus: Could not connect: Connection refused; is "
+              "dbus-daemon running?\n");
+}
+
+TEST_F(IomapStatusTest, WaitingEndsInVainWhenTheTimeIsUp) {
+    const auto start = std::chrono::steady_clock::now();
+    expectFailure(iomap({"status", "--wait", "0.5"}), 1, ABSENT);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
+}
+
+TEST_F(IomapStatusTest, WaitingEndsAsSoonAsTheServiceRuns) {
+    Process monitor({"busctl", "--system", "monitor"});
+    monitor.waitForLine("Monitoring bus message stream");
+    Process waiter(commandOf({"status", "--wait", "1000"}));
+    monitor.waitForLine("Member=GetConnectionUnixProcessID");
+    startService(map);
+    EXPECT_EQ(waiter.waitForExit(), 0);
+    EXPECT_THAT(waiter.standardOutput(), HasSubstr("registers: 15\n"));
+    EXPECT_EQ(waiter.standardError(), "");
+}
+
+TEST_F(IomapStatusTest, WaitingGoesOnWhileThereIsNoBus) {
+    startService(map);
+    const std::string path = directory.path() / "socket";
+    Process waiter({IOMAP, "status", "--wait", "1000"},
+                   {{"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + path}});
+    DroppingSocket(path).dropOne();
+    std::filesystem::remove(path);
+    std::filesystem::create_symlink(bus.address().substr(bus.address().find('/')), path);
+    EXPECT_EQ(waiter.waitForExit(), 0);
+    EXPECT_THAT(waiter.standardOutput(), HasSubstr("registers: 15\n"));
+}
+
+}  // namespace

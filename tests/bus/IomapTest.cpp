@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: MIT
+#include <chrono>
+#include <csignal>
+
+#include "Deadline.h"
+#include "IomapFixture.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+using Arguments = std::vector<std::string>;
+
+constexpr const char* ABSENT = "the service is not running; start iomappingd";
+
+/// The command line of iomap, and what its subcommands have in common.
+class IomapTest : public IomapFixture {
+ protected:
+    const std::string map = mapOf({R"({"address": 1, "size": 8, "count": 2})"});
+
+    /// One use of each subcommand that asks the service for something.
+    const std::vector<Arguments> uses{
+        {"list"},
+        {"list", "--type", "virtual"},
+        {"list", "--json"},
+        {"read", "1"},
+        {"read", "1-2", "--json"},
+        {"info", "1"},
+        {"info", "1", "--json"},
+        {"watch"},
+        {"watch", "1"},
+        {"watch", "--type", "virtual", "--json"},
+        {"status"},
+    };
+};
+
+TEST_F(IomapTest, HelpNamesEverySubcommandAndOption) {
+    const std::vector<std::pair<Arguments, Arguments>> cases{
+        {{}, {"list ", "read ", "write ", "info ", "watch ", "status ", "--version"}},
+        {{"list"}, {"--type TYPE", "--json"}},
+        {{"read"}, {"ADDR|FIRST-LAST", "--json"}},
+        {{"write"}, {"ADDR=VALUE", "--json"}},
+        {{"info"}, {"ADDR|FIRST-LAST", "--json"}},
+        {{"watch"}, {"ADDR|FIRST-LAST", "--type TYPE", "--count N", "--timeout SECONDS", "--json"}},
+        {{"status"}, {"--wait SECONDS", "--json"}},
+    };
+    for (auto [arguments, texts] : cases) {
+        for (const char* help : {"--help", "-h"}) {
+            Arguments command = arguments;
+            command.emplace_back(help);
+            const std::string output = iomapDone(command);
+            for (const std::string& text : texts) {
+                EXPECT_THAT(output, HasSubstr(text));
+            }
+        }
+    }
+}
+
+TEST_F(IomapTest, TheVersionIsPrinted) {
+    EXPECT_THAT(iomapDone({"--version"}), MatchesRegex("iomap [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
+
+TEST_F(IomapTest, WhatIsNotUnderstoodIsStatus2AndOneLineEvenWithoutABus) {
+    bus.kill();
+    const std::vector<std::pair<Arguments, std::string>> cases{
+        {{}, "a subcommand is missing"},
+        {{"frobnicate"}, "The following argument was not expected: frobnicate"},
+        {{"--bogus"}, "The following argument was not expected: --bogus"},
+        {{"list", "--bogus"}, "The following argument was not expected: --bogus"},
+        {{"list", "1"}, "The following argument was not expected: 1"},
+        {{"list", "--type"}, "--type: 1 required TYPE missing"},
+        {{"list", "--type", "virtual", "relay"}, "The following argument was not expected: relay"},
+        {{"read"}, "register is required"},
+        {{"read", "--json"}, "register is required"},
+        {{"read", "x"}, "'x' is neither an address nor a range FIRST-LAST"},
+        {{"read", "1", "5-"}, "'5-' is neither an address nor a range FIRST-LAST"},
+        {{"read", "two\nlines"}, "'two lines' is neither an address nor a range FIRST-LAST"},
+        {{"read", "1", "list"}, "'list' is neither an address nor a range FIRST-LAST"},
+        {{"write"}, "assignment is required"},
+        {{"write", "1"}, "'1' is not of the form ADDR=VALUE"},
+        {{"write", "x=1"}, "'x=1' does not start with an address"},
+        {{"write", "1=x"}, "'1=x' has no value from -2147483648 to 4294967295"},
+        {{"info"}, "register is required"},
+        {{"info", "3-1"}, "'3-1' is neither an address nor a range FIRST-LAST"},
+        {{"watch", "x"}, "'x' is neither an address nor a range FIRST-LAST"},
+        {{"watch", "--count", "0"}, "--count: Value 0 not in range 1 to 1000000000"},
+        {{"watch", "--count", "x"}, "--count: Value x not in range 1 to 1000000000"},
+        {{"watch", "--timeout", "-1"}, "'-1' is not a number of seconds from 0 to 1000000000"},
+        {{"watch", "--timeout", "nan"}, "'nan' is not a number of seconds from 0 to 1000000000"},
+        {{"status", "--wait", "1s"}, "'1s' is not a number of seconds from 0 to 1000000000"},
+        {{"status", "1"}, "The following argument was not expected: 1"},
+    };
+    for (const auto& [arguments, reason] : cases) {
+        SCOPED_TRACE(reason);
+        expectFailure(iomap(arguments), 2, reason + "; see iomap --help");
+    }
+}
+
+TEST_F(IomapTest, ATypeThatIsUnknownIsStatus2AndTheTypesAreNamed) {
+    for (const char* subcommand : {"list", "watch"}) {
+        const Outcome outcome = iomap({subcommand, "--type", "Relay"});
+        EXPECT_EQ(outcome.status, 2);
+        EXPECT_THAT(outcome.errors,
+                    MatchesRegex("iomap: no register type 'Relay'; the types are relay, "
+                                 "output_digital, .*, enable_analog, reserved, virtual, unknown; "
+                                 "see iomap --help\n"));
+    }
+}
+
+TEST_F(IomapTest, WithoutAServiceEverySubcommandIsStatus1AndOneLine) {
+    for (const Arguments& use : uses) {
+        SCOPED_TRACE(use.front());
+        expectFailure(iomap(use), 1, ABSENT);
+    }
+    expectFailure(iomap({"write", "1=1"}), 1, std::string("register 1: ") + ABSENT);
+}
+
+TEST_F(IomapTest, WithoutABusEverySubcommandIsStatus1AndOneLine) {
+    bus.kill();
+    std::vector<Arguments> all = uses;
+    all.push_back({"write", "1=1"});
+    for (const Arguments& use : all) {
+        SCOPED_TRACE(use.front());
+        expectFailure(iomap(use), 1,
+                      "cannot reach the D-Bus system bus: Could not connect: Connection refused; "
+                      "is dbus-daemon running?");
+    }
+}
+
+TEST_F(IomapTest, AServiceThatDoesNotAnswerIsAskedNoMore) {
+    const Process& service = startService(map);
+    service.signal(SIGSTOP);
+    // Together: each takes the 5 seconds of a call.
+    const auto start = std::chrono::steady_clock::now();
+    std::vector<std::unique_ptr<Process>> runs;
+    for (const Arguments& use : uses) {
+        runs.push_back(std::make_unique<Process>(commandOf(use)));
+    }
+    runs.push_back(std::make_unique<Process>(commandOf({"read", "1-100"})));
+    for (const auto& process : runs) {
+        EXPECT_EQ(process->waitForExit(), 1);
+        EXPECT_EQ(process->standardOutput(), "");
+        EXPECT_EQ(process->standardError(),
+                  "iomap: the service does not answer; restart iomappingd\n");
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(9));
+    service.signal(SIGCONT);
+}
+
+TEST_F(IomapTest, OutputThatCannotBeWrittenIsStatus1) {
+    startService(map);
+    for (const char* use : {"list", "read 1", "info 1", "status", "--help", "write --json 1=1"}) {
+        const Outcome outcome =
+            run({"sh", "-c", "\"$0\" " + std::string(use) + " >/dev/full", IOMAP});
+        EXPECT_EQ(outcome.status, 1) << use;
+        EXPECT_EQ(outcome.errors, "iomap: cannot write to standard output\n");
+    }
+}
+
+}  // namespace

@@ -1,0 +1,307 @@
+// SPDX-License-Identifier: MIT
+#include <Poco/DateTimeFormat.h>
+#include <Poco/DateTimeParser.h>
+#include <Poco/Timestamp.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <thread>
+
+#include "IoMapping.h"
+#include "IomapFixture.h"
+
+namespace {
+
+using testing::AnyOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::SizeIs;
+
+/// A register that is written to find out whether a watch hears of changes already.
+constexpr int PROBE = 99;
+
+constexpr const char* GONE = "iomap: the service has gone; waiting for it";
+constexpr const char* BACK = "iomap: the service is back";
+
+/// Writes one higher value after the other to the probe, as long as it lives.
+class Prober {
+ public:
+    Prober() : worker([this] { work(); }) {}
+    ~Prober() {
+        ended = true;
+        worker.join();
+    }
+    Prober(const Prober&) = delete;
+    Prober& operator=(const Prober&) = delete;
+
+ private:
+    void work() {
+        for (int value = 1; !ended; ++value) {
+            io.writeValue(PROBE, value);
+        }
+    }
+
+    IoMapping io;
+    std::atomic<bool> ended{false};
+    std::thread worker;
+};
+
+class IomapWatchTest : public IomapFixture {
+ protected:
+    static constexpr int TERMINATED = 128 + SIGTERM;
+
+    const std::string map = mapOf({R"({"address": 1, "size": 8, "count": 4})",
+                                   R"({"address": 20, "size": 32, "count": 1})",
+                                   R"({"address": 30, "size": 8, "count": 1, "type": "reserved"})",
+                                   R"({"address": 99, "size": 32, "count": 1})"});
+
+    /// Starts a watch that includes the probe, and waits until it prints changes.
+    static std::unique_ptr<Process> startWatch(
+        const std::vector<std::string>& arguments,
+        const std::map<std::string, std::string>& environment = {}) {
+        std::vector<std::string> command = commandOf({"watch"});
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        auto watch = std::make_unique<Process>(command, environment);
+        const Prober prober;
+        const std::string line = watch->waitForLine("virtual");
+        EXPECT_THAT(line, AnyOf(HasSubstr(" 99 virtual 1 "), HasSubstr("\"address\":99,")));
+        return watch;
+    }
+
+    static void stop(Process& service) {
+        service.signal(SIGTERM);
+        service.waitForExit();
+    }
+
+    /// Ends a watch that has printed what was waited for.
+    ///
+    /// @return the lines without those of the probe, and without their times
+    static std::vector<std::string> end(Process& watch) {
+        watch.signal(SIGTERM);
+        EXPECT_EQ(watch.waitForExit(), TERMINATED);
+        std::vector<std::string> changes;
+        for (const std::string& line : Process::lines(watch.standardOutput())) {
+            const std::string change = line.substr(line.find(' ') + 1);
+            if (change.find("99 virtual 1 ") != 0) {
+                changes.push_back(change);
+            }
+        }
+        return changes;
+    }
+
+    static void expectInVain(const std::vector<std::string>& arguments, const std::string& reason) {
+        expectFailure(iomap(arguments), 1, reason);
+    }
+};
+
+TEST_F(IomapWatchTest, AChangeIsALineThatIsSeenAtOnce) {
+    startService(map);
+    const auto watch = startWatch({});
+    iomapDone({"write", "2=7"});
+    EXPECT_THAT(watch->waitForLine(" 2 virtual "),
+                MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}"
+                             "[-+][0-9]{2}:[0-9]{2} 2 virtual 2 7"));
+    iomapDone({"write", "20=0x80000000", "20=-1", "2=7"});
+    EXPECT_THAT(watch->waitForLine(" 2 virtual "), HasSubstr(" 2 virtual 2 7"));
+    EXPECT_THAT(end(*watch), ElementsAre("2 virtual 2 7", "20 virtual 1 -2147483648",
+                                         "20 virtual 1 -1", "2 virtual 2 7"));
+    EXPECT_EQ(watch->standardError(), "");
+}
+
+TEST_F(IomapWatchTest, TheTimeStampIsTheLocalTimeWithItsZone) {
+    startService(map);
+    for (const auto& [variable, zone] : std::vector<std::pair<std::string, std::string>>{
+             {"UTC0", "+00:00"}, {"INDIA-5:30", "+05:30"}, {"EAST5", "-05:00"}}) {
+        const auto watch = startWatch({}, {{"TZ", variable}});
+        const Poco::Timestamp before;
+        iomapDone({"write", "1=1"});
+        const std::string line = watch->waitForLine(" 1 virtual ");
+        const Poco::Timestamp after;
+        const std::string stamp = line.substr(0, line.find(' '));
+        EXPECT_EQ(stamp.substr(stamp.size() - zone.size()), zone);
+        int seconds = 0;
+        Poco::DateTime time =
+            Poco::DateTimeParser::parse(Poco::DateTimeFormat::ISO8601_FRAC_FORMAT, stamp, seconds);
+        time.makeUTC(seconds);
+        // The stamp has no more than milliseconds.
+        EXPECT_GE(time.timestamp(), before - 1000) << stamp;
+        EXPECT_LE(time.timestamp(), after) << stamp;
+    }
+}
+
+TEST_F(IomapWatchTest, OnlyTheRegistersAskedForArePrinted) {
+    startService(map);
+    const auto watch = startWatch({"0x2-3", "99", "2"});
+    iomapDone({"write", "1=1", "2=2", "3=3", "4=4", "20=20", "2=22"});
+    watch->waitForLine(" 2 virtual 2 22");
+    EXPECT_THAT(end(*watch), ElementsAre("2 virtual 2 2", "3 virtual 3 3", "2 virtual 2 22"));
+}
+
+TEST_F(IomapWatchTest, ATypeStandsForItsRegisters) {
+    startService(map);
+    const auto watch = startWatch({"--type", "virtual"});
+    const auto other = startWatch({"--type", "reserved", "--type=uptime", "99", "3"});
+    iomapDone({"write", "1=1", "3=3"});
+    watch->waitForLine(" 3 virtual 3 3");
+    other->waitForLine(" 3 virtual 3 3");
+    EXPECT_THAT(end(*watch), ElementsAre("1 virtual 1 1", "3 virtual 3 3"));
+    EXPECT_THAT(end(*other), ElementsAre("3 virtual 3 3"));
+}
+
+TEST_F(IomapWatchTest, JsonIsADocumentALine) {
+    startService(map);
+    const auto watch = startWatch({"--json"});
+    iomapDone({"write", "20=-5"});
+    watch->waitForLine("\"address\":20,");
+    watch->signal(SIGTERM);
+    watch->waitForExit();
+    for (const std::string& line : Process::lines(watch->standardOutput())) {
+        auto change = Poco::JSON::Parser().parse(line).extract<Poco::JSON::Object::Ptr>();
+        EXPECT_THAT(change->getNames(), ElementsAre("address", "index", "time", "type", "value"));
+        EXPECT_THAT(change->getValue<std::string>("time"), MatchesRegex("20[-+0-9.:T]{27}"));
+        change->remove("time");
+        if (change->getValue<int>("address") != PROBE) {
+            std::ostringstream rest;
+            change->stringify(rest);
+            EXPECT_EQ(rest.str(), R"({"address":20,"index":1,"type":"virtual","value":-5})");
+        }
+    }
+}
+
+TEST_F(IomapWatchTest, TheCountEndsItAndNoChangeIsLeftOut) {
+    constexpr std::size_t COUNT = 200;
+    startService(map);
+    Process watch(commandOf({"watch", "99", "--count", std::to_string(COUNT)}));
+    const Prober prober;
+    EXPECT_EQ(watch.waitForExit(), 0);
+    EXPECT_EQ(watch.standardError(), "");
+    const auto lines = Process::lines(watch.standardOutput());
+    ASSERT_THAT(lines, SizeIs(COUNT));
+    const auto valueOf = [](const std::string& line) {
+        return std::stoi(line.substr(line.rfind(' ')));
+    };
+    for (std::size_t i = 0; i < COUNT; ++i) {
+        EXPECT_EQ(valueOf(lines[i]), valueOf(lines[0]) + static_cast<int>(i));
+    }
+}
+
+TEST_F(IomapWatchTest, ATimeOutAloneIsStatus0) {
+    startService(map);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(iomapDone({"watch", "--timeout", "0.3"}), "");
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300));
+    EXPECT_EQ(iomapDone({"watch", "--timeout", "0"}), "");
+}
+
+TEST_F(IomapWatchTest, ACountThatIsNotReachedInTimeIsStatus1) {
+    startService(map);
+    expectInVain({"watch", "--count", "2", "--timeout", "0.1"}, "only 0 of 2 changes came in time");
+    const auto watch = startWatch({"--count", "1000000000", "--timeout", "2"});
+    EXPECT_EQ(watch->waitForExit(), 1);
+    const std::size_t printed = Process::lines(watch->standardOutput()).size();
+    EXPECT_EQ(watch->standardError(),
+              "iomap: only " + std::to_string(printed) + " of 1000000000 changes came in time\n");
+}
+
+TEST_F(IomapWatchTest, ACountReachedInTimeIsStatus0) {
+    startService(map);
+    const auto watch = startWatch({"--count", "1", "--timeout", "1000"});
+    EXPECT_EQ(watch->waitForExit(), 0);
+    EXPECT_THAT(Process::lines(watch->standardOutput()), SizeIs(1));
+}
+
+TEST_F(IomapWatchTest, ARestartOfTheServiceIsSurvivedAndSaidOnStandardError) {
+    Process* service = &startService(map);
+    const auto watch = startWatch({});
+    for (const char* value : {"1", "2", "3"}) {
+        stop(*service);
+        EXPECT_EQ(watch->waitForLine("gone"), GONE);
+        service = &startService(map);
+        EXPECT_EQ(watch->waitForLine("back"), BACK);
+        iomapDone({"write", std::string("1=") + value});
+        watch->waitForLine(std::string(" 1 virtual 1 ") + value);
+    }
+    EXPECT_THAT(end(*watch), ElementsAre("1 virtual 1 1", "1 virtual 1 2", "1 virtual 1 3"));
+    EXPECT_THAT(Process::lines(watch->standardError()),
+                ElementsAre(GONE, BACK, GONE, BACK, GONE, BACK));
+}
+
+TEST_F(IomapWatchTest, ARestartIsNoticedHoweverQuickItIs) {
+    Process& service = startService(map);
+    const auto watch = startWatch({});
+    watch->signal(SIGSTOP);
+    stop(service);
+    startService(map);
+    watch->signal(SIGCONT);
+    EXPECT_EQ(watch->waitForLine("iomap: "), GONE);
+    EXPECT_EQ(watch->waitForLine("iomap: "), BACK);
+    iomapDone({"write", "1=1"});
+    watch->waitForLine(" 1 virtual 1 1");
+}
+
+TEST_F(IomapWatchTest, AfterARestartTheRegistersAreThoseOfTheNewMap) {
+    Process& service = startService(mapOf({R"({"address": 2, "size": 8, "count": 1})",
+                                           R"({"address": 99, "size": 32, "count": 1})"}));
+    const auto watch = startWatch({"--type", "virtual"});
+    stop(service);
+    startService(map);
+    watch->waitForLine("is back");
+    iomapDone({"write", "2=2", "20=20"});
+    watch->waitForLine(" 20 virtual 1 20");
+    EXPECT_THAT(end(*watch), ElementsAre("2 virtual 2 2", "20 virtual 1 20"));
+}
+
+TEST_F(IomapWatchTest, ARegisterThatTheNewMapLacksIsNamedAndTheOthersAreStillWatched) {
+    Process& service = startService(map);
+    const auto watch = startWatch({"1", "20", "99"});
+    stop(service);
+    startService(mapOf({R"({"address": 1, "size": 8, "count": 1})"}));
+    EXPECT_EQ(watch->waitForLine("iomap: "), GONE);
+    EXPECT_EQ(watch->waitForLine("iomap: "), "iomap: register 20: address '20' not found");
+    EXPECT_EQ(watch->waitForLine("iomap: "), BACK);
+    iomapDone({"write", "1=5"});
+    watch->waitForLine(" 1 virtual 1 5");
+}
+
+TEST_F(IomapWatchTest, TheLossOfTheBusIsStatus1) {
+    startService(map);
+    const auto watch = startWatch({});
+    bus.kill();
+    EXPECT_EQ(watch->waitForExit(), 1);
+    EXPECT_THAT(watch->standardError(),
+                testing::EndsWith("iomap: the D-Bus system bus has gone; start it and "
+                                  "iomappingd\n"));
+}
+
+TEST_F(IomapWatchTest, TheLossOfTheBusAfterThatOfTheServiceIsStatus1) {
+    Process& service = startService(map);
+    const auto watch = startWatch({});
+    stop(service);
+    watch->waitForLine("gone");
+    bus.kill();
+    EXPECT_EQ(watch->waitForExit(), 1);
+    EXPECT_EQ(watch->standardError(), std::string(GONE) +
+                                          "\niomap: the D-Bus system bus has gone; start it and "
+                                          "iomappingd\n");
+}
+
+TEST_F(IomapWatchTest, ItEndsWhenNobodyReadsIt) {
+    startService(map);
+    Process pipe({"sh", "-c", "\"$0\" watch 99 | head -n 1", IOMAP});
+    const Prober prober;
+    EXPECT_EQ(pipe.waitForExit(), 0);
+    EXPECT_THAT(Process::lines(pipe.standardOutput()), SizeIs(1));
+    EXPECT_EQ(pipe.standardError(), "iomap: cannot write to standard output\n");
+}
+
+TEST_F(IomapWatchTest, WhatCannotBeWatchedIsStatus1) {
+    startService(map);
+    expectInVain({"watch", "1", "77"}, "register 77: address '77' not found");
+    expectInVain({"watch", "--type", "relay"}, "there is no such register to watch");
+    expectInVain({"watch", "--json", "--type", "relay"}, "there is no such register to watch");
+}
+
+}  // namespace

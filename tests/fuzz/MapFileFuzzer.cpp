@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: MIT
+//
+// Loads any bytes as a map file. A map that is refused with an exception is as good as one that is
+// taken; everything else that goes wrong is a finding.
+
+#include <Poco/JSON/Array.h>
+#include <Poco/JSON/Object.h>
+#include <Poco/Logger.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+#include "DriverManager.h"
+#include "PeerConnection.h"
+#include "RegisterMap.h"
+#include "SpecialDriver.h"
+#include "VaduDriver.h"
+#include "tesk/Json.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+namespace {
+
+/// A map with more registers than this needs more time and memory than a round is worth, and takes
+/// its administrator at the word.
+constexpr std::int64_t MOST_REGISTERS = 5000;
+
+/// A file without a name, in memory.
+class MemoryFile {
+ public:
+    MemoryFile() : fd(memfd_create("map", MFD_CLOEXEC)) {
+        if (fd < 0) {
+            throw std::runtime_error("no file in memory");
+        }
+    }
+    ~MemoryFile() { close(fd); }
+    MemoryFile(const MemoryFile&) = delete;
+    MemoryFile& operator=(const MemoryFile&) = delete;
+
+    std::string path() const { return "/proc/self/fd/" + std::to_string(fd); }
+
+    void replace(const std::uint8_t* data, std::size_t size) const {
+        if (ftruncate(fd, 0) != 0 || pwrite(fd, data, size, 0) != static_cast<ssize_t>(size)) {
+            throw std::runtime_error("cannot write to the file in memory");
+        }
+    }
+
+ private:
+    int fd;
+};
+
+/// How many registers a text asks for before it turns out to be faulty; 0 when it is no map.
+std::int64_t registersAskedFor(const std::string& text) {
+    std::int64_t sum = 0;
+    try {
+        std::istringstream in(text);
+        const Poco::JSON::Object::Ptr root = tesk::jsonParse(in);
+        const Poco::JSON::Array::Ptr fields = root->getArray("io_mapping");
+        for (unsigned int i = 0; i < fields->size(); ++i) {
+            const int count = fields->getObject(i)->getValue<int>("count");
+            sum += count > 0 ? count : 0;
+        }
+    } catch (const std::exception&) {
+        // Where the load ends too, or earlier.
+    }
+    return sum;
+}
+
+/// What all rounds share.
+struct Service {
+    Service() {
+        Poco::Logger::root().setLevel(Poco::Message::PRIO_TRACE);
+        g_log_set_always_fatal(
+            static_cast<GLogLevelFlags>(G_LOG_LEVEL_CRITICAL | G_LOG_FATAL_MASK));
+        drivers.addDriver(std::make_shared<VaduDriver>());
+        drivers.addDriver(std::make_shared<SpecialDriver>());
+    }
+
+    void load(const std::uint8_t* data, std::size_t size) {
+        file.replace(data, size);
+        try {
+            RegisterMap map(peer.service(), file.path(), drivers);
+            map.parse();
+        } catch (const std::exception&) {
+            // The map is refused.
+        }
+        while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
+        }
+    }
+
+    MemoryFile file;
+    DriverManager drivers;
+    PeerConnection peer;
+};
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static Service service;
+    const std::string text(data, data + size);
+    if (registersAskedFor(text) <= MOST_REGISTERS) {
+        service.load(data, size);
+    }
+    return 0;
+}

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <gio/gio.h>
+
+#include <memory>
+
+/// Two D-Bus connections that talk to each other without a bus: what is registered on one is called
+/// through the other. Both live in the default main context.
+class PeerConnection {
+ public:
+    PeerConnection();
+
+    /// The side on which objects are registered.
+    GDBusConnection* service() const { return serviceSide.get(); }
+    /// The side of a client; calls to it name no destination.
+    GDBusConnection* client() const { return clientSide.get(); }
+
+ private:
+    struct Unref {
+        void operator()(GDBusConnection* connection) const;
+    };
+    using Owner = std::unique_ptr<GDBusConnection, Unref>;
+    Owner serviceSide;
+    Owner clientSide;
+};

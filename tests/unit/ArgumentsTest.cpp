@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: MIT
+#include "Arguments.h"
+
+#include <gmock/gmock.h>
+
+#include "Failure.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+/// The words with which something is not understood.
+template <typename Parse>
+std::string refusalOf(const Parse& parse) {
+    try {
+        parse();
+    } catch (const UsageError& e) {
+        return e.what();
+    }
+    return "no refusal";
+}
+
+std::pair<int, int> assignment(const std::string& text) {
+    const Assignment result = parseAssignment(text);
+    return {result.address, result.value};
+}
+
+TEST(ArgumentsTest, AddressesAndRangesKeepTheirOrder) {
+    EXPECT_THAT(parseAddresses({}), IsEmpty());
+    EXPECT_THAT(parseAddresses({"12"}), ElementsAre(12));
+    EXPECT_THAT(parseAddresses({"3", "5-7", "1", "5"}), ElementsAre(3, 5, 6, 7, 1, 5));
+    EXPECT_THAT(parseAddresses({"4-4"}), ElementsAre(4));
+}
+
+TEST(ArgumentsTest, AddressesMayBeHexadecimal) {
+    EXPECT_THAT(parseAddresses({"0x1f", "0X1F", "0xA-0xc", "0xea61"}),
+                ElementsAre(31, 31, 10, 11, 12, 60001));
+    EXPECT_THAT(parseAddresses({"010"}), ElementsAre(10));
+}
+
+TEST(ArgumentsTest, AddressesReachTheEndOfTheirNumbers) {
+    EXPECT_THAT(parseAddresses({"0", "2147483646-2147483647", "0x7fffffff"}),
+                ElementsAre(0, 2147483646, 2147483647, 2147483647));
+    EXPECT_THAT(parseAddresses({"0-65535"}), SizeIs(65536));
+}
+
+TEST(ArgumentsTest, WhatIsNoAddressIsRefusedWithItsText) {
+    for (const char* text :
+         {"",     "x",    "1x",         " 1",         "1 ",      "+1",  "-1", "-",
+          "1-",   "-1-2", "1--2",       "1-2-3",      "2-1",     "1.5", "0x", "0-",
+          "0x-1", "0xg",  "2147483648", "0x80000000", "0-65536", "1,2"}) {
+        EXPECT_EQ(refusalOf([text] {
+                      parseAddresses({"7", text});
+                  }),
+                  "'" + std::string(text) + "' is neither an address nor a range FIRST-LAST");
+    }
+}
+
+TEST(ArgumentsTest, AnAssignmentTakesEveryValueOf32Bits) {
+    EXPECT_EQ(assignment("12=1"), std::pair(12, 1));
+    EXPECT_EQ(assignment("0xc=0x7F"), std::pair(12, 127));
+    EXPECT_EQ(assignment("1=-2147483648"), std::pair(1, -2147483647 - 1));
+    EXPECT_EQ(assignment("1=2147483647"), std::pair(1, 2147483647));
+    EXPECT_EQ(assignment("1=2147483648"), std::pair(1, -2147483647 - 1));
+    EXPECT_EQ(assignment("1=4294967295"), std::pair(1, -1));
+    EXPECT_EQ(assignment("1=0xFFFFFFFE"), std::pair(1, -2));
+}
+
+TEST(ArgumentsTest, WhatIsNoAssignmentIsRefusedWithItsText) {
+    EXPECT_EQ(refusalOf([] { parseAssignment("12"); }), "'12' is not of the form ADDR=VALUE");
+    EXPECT_EQ(refusalOf([] { parseAssignment(""); }), "'' is not of the form ADDR=VALUE");
+    for (const char* text : {"=1", "x=1", "-1=1", "1-2=1", "2147483648=1"}) {
+        EXPECT_EQ(refusalOf([text] { parseAssignment(text); }),
+                  "'" + std::string(text) + "' does not start with an address");
+    }
+    for (const char* text : {"1=", "1=x", "1= 1", "1=1=1", "1=-2147483649", "1=4294967296",
+                             "1=0x100000000", "1=-0x1", "1=0x-1", "1=1.0"}) {
+        EXPECT_EQ(refusalOf([text] { parseAssignment(text); }),
+                  "'" + std::string(text) + "' has no value from -2147483648 to 4294967295");
+    }
+}
+
+TEST(ArgumentsTest, TypesGoByTheirNames) {
+    EXPECT_EQ(parseType("relay"), RegisterType::RELAY);
+    EXPECT_EQ(parseType("unknown"), RegisterType::UNKNOWN);
+    const std::string refusal = refusalOf([] { parseType("Relay"); });
+    EXPECT_THAT(refusal, HasSubstr("no register type 'Relay'; the types are relay, output_digital, "
+                                   "input_digital, "));
+    for (const std::string& name : typeNames()) {
+        EXPECT_THAT(refusal, HasSubstr(name));
+    }
+}
+
+TEST(ArgumentsTest, TheNamesOfTypesAreInTheOrderOfTheirNumbers) {
+    const std::vector<std::string> names = typeNames();
+    ASSERT_THAT(names, SizeIs(31));
+    for (std::size_t number = 0; number < names.size(); ++number) {
+        EXPECT_EQ(static_cast<std::size_t>(parseType(names[number])), number);
+    }
+}
+
+TEST(ArgumentsTest, SecondsMayHaveAFraction) {
+    EXPECT_EQ(parseSeconds("0").count(), 0);
+    EXPECT_EQ(parseSeconds("2.5").count(), 2.5);
+    EXPECT_EQ(parseSeconds("1e9").count(), 1e9);
+}
+
+TEST(ArgumentsTest, WhatIsNoTimeIsRefusedWithItsText) {
+    for (const char* text :
+         {"", "x", "1s", " 1", "-1", "-0.1", "nan", "inf", "1000000001", "1e10", "1e999", "0x10"}) {
+        EXPECT_EQ(refusalOf([text] { parseSeconds(text); }),
+                  "'" + std::string(text) + "' is not a number of seconds from 0 to 1000000000");
+    }
+}
+
+}  // namespace

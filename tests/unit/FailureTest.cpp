@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+#include "Failure.h"
+
+#include <gtest/gtest.h>
+
+#include "tesk/Exceptions.h"
+
+namespace {
+
+const std::string CALL = "Error calling method: ";
+const std::string REMOTE = CALL + "GDBus.Error:org.freedesktop.DBus.Error.";
+
+std::string reason(const std::string& text) {
+    return reasonOf(tesk::InputOutputException(text));
+}
+
+bool refusal(const std::string& text) {
+    return isRefusal(tesk::InputOutputException(text));
+}
+
+TEST(FailureTest, ARefusalIsToldInTheWordsOfTheService) {
+    EXPECT_EQ(reason(REMOTE + "Failed: value 2 is higher than max value 1"),
+              "value 2 is higher than max value 1");
+    EXPECT_EQ(reason(REMOTE + "Failed: first: second"), "first: second");
+    EXPECT_EQ(reason(REMOTE + "AccessDenied: not for you"), "not for you");
+}
+
+TEST(FailureTest, AServiceThatIsNotThereIsToldWithTheRemedy) {
+    EXPECT_EQ(reason(REMOTE + "ServiceUnknown: The name was not provided by any .service files"),
+              "the service is not running; start iomappingd");
+    EXPECT_EQ(reason(REMOTE + "NoReply: Message recipient disconnected"),
+              "the service has ended before it answered; start iomappingd");
+    EXPECT_EQ(reason(CALL + "Timeout was reached"),
+              "the service does not answer; restart iomappingd");
+}
+
+TEST(FailureTest, ABusThatIsNotThereIsToldWithTheRemedy) {
+    EXPECT_EQ(reason("Error initializing DBus: Could not connect: No such file or directory"),
+              "cannot reach the D-Bus system bus: Could not connect: No such file or directory; is "
+              "dbus-daemon running?");
+    EXPECT_EQ(reason(CALL + "The connection is closed"),
+              "the D-Bus system bus has gone; start it and iomappingd");
+}
+
+TEST(FailureTest, OtherWordsAreToldAsTheyAre) {
+    EXPECT_EQ(reason("register 99: address '99' not found"), "register 99: address '99' not found");
+    EXPECT_EQ(reason(CALL + "something else"), "something else");
+    EXPECT_EQ(reason(CALL + "GDBus.Error:org.example.Odd"), "org.example.Odd");
+    EXPECT_EQ(reason(""), "");
+}
+
+TEST(FailureTest, OnlyTheAnswerOfTheServiceIsARefusal) {
+    EXPECT_TRUE(refusal(REMOTE + "Failed: address '99' not found"));
+    EXPECT_FALSE(refusal(REMOTE + "ServiceUnknown: The name was not provided"));
+    EXPECT_FALSE(refusal(REMOTE + "NoReply: Message recipient disconnected"));
+    EXPECT_FALSE(refusal(CALL + "Timeout was reached"));
+    EXPECT_FALSE(refusal("Error initializing DBus: Could not connect"));
+}
+
+}  // namespace
