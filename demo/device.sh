@@ -1,13 +1,13 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
 #
-# Sourced by tour: a simulated device, which is a private bus, a simulated main board and the real
+# Sourced by tour: a simulated device, which is a private bus, simulated boards and the real
 # service, in a directory of its own. Ends with the script.
 
 root=          # the checkout
 build=         # where iomappingd has been built
 device=        # the directory of the device: ours, and gone when we end
-board=         # in it, the files of the simulated board; may be changed while the service runs
+board=         # in it, the files of the simulated device, to be changed with iomap-sim
 service_pid=   # the sandbox, which ends with the status of the service in it
 background=()  # all that must not outlive us
 
@@ -30,7 +30,7 @@ dbus-daemon dbus-daemon
 gdbus libglib2.0-bin
 busctl systemd
 END
-    for tool in iomappingd iomap; do
+    for tool in iomappingd iomap iomap-sim; do
         [ -x "$build/$tool" ] || fail "no program $build/$tool; make it with ./dev build"
     done
 }
@@ -42,14 +42,11 @@ start() {
     background+=($!)
 }
 
+# The main board with two sensors, an IO board and two expanders.
 make_board() {
-    local sensors=$board/sys/bus/w1/devices thermal=$board/sys/class/thermal/thermal_zone0
-    mkdir -p "$sensors"/{w1_bus_master1,28-00000a1b2c3d,28-031264e5a1ff} "$thermal" "$board/factory"
-    printf '%s\n' 28-00000a1b2c3d 28-031264e5a1ff >"$sensors/w1_bus_master1/w1_master_slaves"
-    echo 21500 >"$sensors/28-00000a1b2c3d/temperature"
-    echo -4250 >"$sensors/28-031264e5a1ff/temperature"
-    echo 48312 >"$thermal/temp"
-    echo '{ "HW_DEVICE": { "Legacy_HW_Type": "12" } }' >"$board/factory/factory_info_json"
+    iomap-sim make kr62 pd5-1 pd5-2
+    iomap-sim plug 28-00000a1b2c3d 21500
+    iomap-sim plug 28-031264e5a1ff -4250
     echo 'IMAGE_VERSION=2.3.4' >"$board/os-release"
 }
 
@@ -65,16 +62,16 @@ start_bus() {
     export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$device/bus
 }
 
-# The paths that the service has built in lead to the board. What may lie below /tmp and is needed
-# is put back on top of the empty one.
+# The paths that the service has built in lead to the device, and no real hardware is in /dev. What
+# may lie below /tmp and is needed is put back on top of the empty one.
 start_service() {
     local status=0 ended='' waiter
-    start "$device/iomappingd.log" bwrap --dev-bind / / --bind "$board/sys" /sys --tmpfs /tmp \
+    start "$device/iomappingd.log" bwrap --dev-bind / / --dev /dev --bind "$board/sys" /sys --tmpfs /tmp \
         --bind "$root" "$root" --bind "$build" "$build" --bind "$device" "$device" \
-        --bind "$board/factory" /tmp/factory_info_partition \
+        --bind "$board/tmp/factory_info_partition" /tmp/factory_info_partition \
         --ro-bind "$board/os-release" "$(realpath /etc/os-release)" \
         --die-with-parent --info-fd 9 -- \
-        "$build/iomappingd" --map "$root/data/maps/demo.json" 9>"$device/sandbox.json"
+        "$build/iomappingd" --map "$root/data/maps/device.json" 9>"$device/sandbox.json"
     service_pid=$!
     start /dev/null gdbus wait --system --timeout 10 org.mirel.IoMapping
     waiter=$!
@@ -105,6 +102,7 @@ start_device() {
     device=$(mktemp -d -t io-mapping.XXXXXX 2>/dev/null) ||
         fail "cannot make a directory in ${TMPDIR:-/tmp}; set TMPDIR to another one"
     board=$device/board
+    export PATH=$build:$PATH IOMAP_SIM_ROOT=$board
     make_board
     start_bus
     start_service

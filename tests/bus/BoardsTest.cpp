@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "BusFixture.h"
+#include "sim/Device.h"
 
 namespace {
 
@@ -26,13 +27,14 @@ class BoardsTest : public BusFixture {
  protected:
     void SetUp() override {
         std::filesystem::remove_all("/sys/kernel");
-        writeFile("/sys/kernel/kr62/info_io", "relays 2\ninputs 2\noutputs 0\nanalogs 0\n");
-        for (const char* io : {"relays/1", "relays/2", "inputs/1", "inputs/2"}) {
-            writeFile(std::string("/sys/kernel/kr62/") + io + "/value", "0\n");
-        }
-        writeFile("/sys/kernel/pd5-3/info_io", "relays 4\n");
-        writeFile("/sys/kernel/pd5-3/relays/1/value", "1\n");
+        board.make({2, 2, 0, 0});
+        expander.make({4, 0, 0, 0});
+        expander.relay(1).set(1);
     }
+
+    const sim::Device device{"/"};
+    const sim::Board board = device.board("kr62");
+    const sim::Board expander = device.board("pd5-3");
 };
 
 TEST_F(BoardsTest, TheBoardsThatAreThereServeTheirIos) {
@@ -41,7 +43,7 @@ TEST_F(BoardsTest, TheBoardsThatAreThereServeTheirIos) {
     EXPECT_EQ(client.call("ReadList", "(<[1, 21, 31, 41, 42, 43, 44]>,)").text(),
               "(<[0, 1, 6, 0, 0, 1, 0]>,)");
     EXPECT_EQ(client.call("Write", "(2, 1)").text(), "()");
-    EXPECT_EQ(readFile("/sys/kernel/kr62/relays/2/value"), "1");
+    EXPECT_EQ(board.relay(2).number(), 1);
     EXPECT_EQ(client.call("Write", "(11, 1)").text(),
               "org.freedesktop.DBus.Error.Failed: write not supported for IO type input_digital");
 }
@@ -52,8 +54,7 @@ TEST_F(BoardsTest, AChangeOfAWatchedFileReachesEveryClient) {
     const BusClient other;
     one.call("Read", "(1,)");
     other.call("Read", "(1,)");
-    // A write in place is one change; a client that truncates first may cause two.
-    std::fstream("/sys/kernel/kr62/inputs/2/value") << "1";
+    board.setInput(2, 1);
     for (const BusClient* client : {&one, &other}) {
         ASSERT_TRUE(client->waitForChanges(1));
         EXPECT_THAT(client->changes(), ElementsAre(std::pair(12, 1)));
@@ -79,12 +80,13 @@ TEST_F(BoardsTest, ABrokenBoardIsOneErrorLineAndTheServiceGoesOnWithoutIt) {
 TEST_F(BoardsTest, ABoardThatIsPulledFailsItsReadsAloneAndWorksWhenItIsBack) {
     startService(mapOf({RELAY, EXPANDER_RELAY}));
     const BusClient client;
-    std::filesystem::remove_all("/sys/kernel/kr62");
+    board.pull();
     EXPECT_EQ(client.call("Read", "(1,)").text(),
               "org.freedesktop.DBus.Error.Failed: error opening file "
               "'/sys/kernel/kr62/relays/1/value' for reading");
     EXPECT_EQ(client.call("Read", "(21,)").text(), "(1,)");
-    writeFile("/sys/kernel/kr62/relays/1/value", "1\n");
+    board.restore();
+    board.relay(1).set(1);
     EXPECT_EQ(client.call("Read", "(1,)").text(), "(1,)");
 }
 
