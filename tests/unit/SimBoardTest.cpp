@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <map>
 #include <set>
 #include <string>
@@ -135,10 +136,13 @@ TEST_F(SimBoardTest, CountsOnFromWhatAClientHasWritten) {
 }
 
 TEST_F(SimBoardTest, NoEdgeIsLostAmongThreads) {
-    constexpr int ROUNDS = 500;
+    constexpr int ROUNDS = 2000;
     board.make({0, 1, 0, 0});
     countEdges(1, "both");
-    const auto toggle = [this] {
+    std::atomic<int> ready{0};
+    const auto toggle = [this, &ready] {
+        for (++ready; ready < 2;) {
+        }
         for (int round = 0; round < ROUNDS; ++round) {
             board.toggleInput(1);
         }
