@@ -3,11 +3,11 @@
 
 #include <algorithm>
 #include <charconv>
-#include <regex>
 #include <set>
 #include <utility>
 
 #include "sim/Error.h"
+#include "sim/IoNumber.h"
 #include "sim/WholeFile.h"
 
 namespace sim {
@@ -20,8 +20,8 @@ constexpr int CPU_TEMPERATURE = 48312;
 constexpr int HARDWARE_TYPE = 12;
 
 bool isExpander(const std::string& name) {
-    static const std::regex form("pd5-(0|[1-9][0-9]{0,8})");
-    return std::regex_match(name, form);
+    const std::string prefix = "pd5-";
+    return name.compare(0, prefix.size(), prefix) == 0 && ioNumber(name.substr(prefix.size()));
 }
 
 bool isEdge(const std::string& text) {
@@ -119,12 +119,13 @@ Attribute Device::value(const std::string& name) const {
 }
 
 void Device::set(const std::string& name, const std::string& text) const {
-    static const std::regex input("([^/]+)/inputs/([0-9]{1,9})(/value)?");
     const Attribute attribute = value(name);
     requireValue(name, text, attribute.path().filename());
-    std::smatch parts;
-    if (std::regex_match(name, parts, input)) {
-        board(parts[1]).setInput(std::stoi(parts[2]), std::stoi(text));
+    const auto io = attribute.path().parent_path();
+    const auto number = ioNumber(io.filename());
+    if (number && attribute.path().filename() == "value" &&
+        io.parent_path().filename() == "inputs") {
+        board(name.substr(0, name.find('/'))).setInput(*number, std::stoi(text));
     } else {
         attribute.set(text);
     }

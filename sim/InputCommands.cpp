@@ -5,6 +5,7 @@
 #include "sim/Commands.h"
 #include "sim/Device.h"
 #include "sim/Error.h"
+#include "sim/IoNumber.h"
 
 namespace {
 
@@ -21,15 +22,14 @@ struct Input {
 
 Input inputOf(const std::string& root, const std::string& name) {
     const auto slash = name.find('/');
-    const std::string digits = slash == std::string::npos ? name : name.substr(slash + 1);
-    if (digits.empty() || digits.size() > 9 ||
-        digits.find_first_not_of("0123456789") != std::string::npos) {
+    const auto number = sim::ioNumber(slash == std::string::npos ? name : name.substr(slash + 1));
+    if (!number) {
         throw sim::Error("'" + name +
                          "' is no input; 3 is one of the IO board, pd5-1/3 one of an "
                          "expander");
     }
     return {sim::Device(root).board(slash == std::string::npos ? "kr62" : name.substr(0, slash)),
-            std::stoi(digits)};
+            *number};
 }
 
 void press(const Input& input, double seconds) {

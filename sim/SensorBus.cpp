@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <regex>
 #include <utility>
 
 #include "sim/Error.h"
@@ -31,8 +30,10 @@ bool SensorBus::isThere() const {
 }
 
 bool SensorBus::isAddress(const std::string& text) {
-    static const std::regex form("[0-9a-f]{2}-[0-9a-f]{12}");
-    return std::regex_match(text, form);
+    constexpr std::size_t LENGTH = 15;
+    constexpr std::size_t DASH = 2;
+    return text.size() == LENGTH && text[DASH] == '-' && text.rfind('-') == DASH &&
+           text.find_first_not_of("-0123456789abcdef") == std::string::npos;
 }
 
 std::vector<std::string> SensorBus::addresses() const {

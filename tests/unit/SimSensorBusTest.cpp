@@ -61,8 +61,9 @@ TEST_F(SimSensorBusTest, ASensorIsPluggedOnlyOnce) {
 }
 
 TEST_F(SimSensorBusTest, AnAddressIsAFamilyAndASerialNumber) {
-    for (const char* text : {"", "28", "28-", "28-00000A1B2C3D", "28-00000a1b2c3", "../28-00",
-                             "28-00000a1b2c3d/", "w1_bus_master1"}) {
+    for (const char* text :
+         {"", "28", "28-", "28-00000A1B2C3D", "28-00000a1b2c3", "28-0000-a1b2c3d",
+          "2800-000a1b2c3d", "../28-00", "28-00000a1b2c3d/", "w1_bus_master1"}) {
         EXPECT_FALSE(sim::SensorBus::isAddress(text)) << text;
         EXPECT_THROW(sensors.plug(text, 0), sim::Error) << text;
     }
