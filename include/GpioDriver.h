@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "DriverInterface.h"
+
+namespace gpiod {
+class chip;
+}
+
+/// Driver "gpiochip-N": the handshake lines of a serial port, on the GPIO chip with number N.
+///
+/// | kind | line | value |
+/// |---|---|---|
+/// | rts | 200, an output that starts at 0 | 0 or 1, writable |
+/// | cts | 201, an input | 0 or 1, every edge is announced |
+///
+/// Both lines are active-low: 1 is asserted, which is the low level. A chip serves one register of
+/// each kind at most; the index only tells apart what was configured. Lines are held until the
+/// driver goes.
+///
+/// Events are announced from the notifier's thread; all else belongs to one thread. The driver must
+/// not be destroyed from within a notification. Failures of a line or of the chip are libgpiod's
+/// own exceptions, mostly `std::system_error`.
+class [[gnu::visibility("default")]] GpioDriver : public DriverInterface {
+ public:
+    /// Opens the chip, "gpiochip0" for the number 0.
+    ///
+    /// @throws std::system_error the chip is not there or cannot be opened
+    explicit GpioDriver(int chipNumber);
+
+    /// Releases the lines. No callback runs any longer when it returns. A watched line leaves one
+    /// open descriptor behind, which is never ready, so that its number is not given to another.
+    ~GpioDriver() override;
+
+    /// Requests the line of a kind above and, for cts, watches its edges.
+    ///
+    /// The notifier gets a descriptor whose number is at least 4096, out of reach of the keys of
+    /// watched files; where the limit of open files forbids that it gets the line's own, and a
+    /// warning says so.
+    ///
+    /// @param index any number; later calls name it to mean this line
+    /// @param callback for cts, called with the line's value at every edge; dropped for rts
+    /// @throws tesk::UnsupportedException "type '%s' not supported"
+    /// @throws std::system_error the line cannot be requested, as when it already is
+    void configureIO(RegisterType type, int index, std::function<void(int)> callback) override;
+
+    /// An empty text: the lines have no files.
+    ///
+    /// @throws tesk::UnsupportedException "type '%s' not supported"
+    std::string getIOFileName(RegisterType type, int index) const override;
+
+    /// The present value of the line that was configured with this kind and index; `value` where
+    /// there is none.
+    ///
+    /// @throws std::system_error the line cannot be read
+    int convertValue(RegisterType type, int value, int index) const override;
+
+    /// @throws tesk::UnsupportedException "write not supported for IO type %s" for cts, "type '%s'
+    ///         not supported" for other kinds but rts
+    bool isValueValid(RegisterType type, int value) const override;
+
+    /// Sets the rts line that was configured with this index. Does nothing where there is none.
+    ///
+    /// @throws tesk::UnsupportedException "type '%s' not supported" for other kinds
+    /// @throws std::system_error the line cannot be set
+    void specificWriteValue(RegisterType type, int value, int index) override;
+
+ private:
+    struct GpioInfo;
+
+    void requestOutput(RegisterType type, int index);
+    void requestInput(RegisterType type, int index, std::function<void(int)> callback);
+    void watchEdges(GpioInfo & info);
+    void takeEvent(const GpioInfo& info) const;
+    const GpioInfo* find(RegisterType type, int index) const;
+
+    std::unique_ptr<gpiod::chip> chip;
+    std::vector<GpioInfo> gpioInfos;
+};

@@ -1,0 +1,186 @@
+// SPDX-License-Identifier: MIT
+#include "GpioDriver.h"
+
+#include <fcntl.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <gpiod.hpp>
+#include <utility>
+
+#include "FileNotify.h"
+#include "Log.h"
+#include "tesk/Exceptions.h"
+
+namespace {
+
+constexpr Pattern<int> CHIP_NAME("gpiochip%d");
+
+constexpr Pattern<std::string> TYPE_NOT_SUPPORTED("type '%s' not supported");
+constexpr Pattern<std::string> WRITE_NOT_SUPPORTED("write not supported for IO type %s");
+constexpr Pattern<unsigned, std::string> INVALID_VALUE("invalid value '%?u' for IO type %s");
+constexpr Pattern<int, unsigned, int> GPIO_EVENT("gpio event: type %d, line %u, value %d");
+constexpr Pattern<int, unsigned, std::string, int> NUMBER_IS_LOW(
+    "descriptor %d of line %u may be taken for a watched file: %s; raise the limit of open files "
+    "above %d");
+
+constexpr unsigned RTS_LINE = 200;
+constexpr unsigned CTS_LINE = 201;
+
+/// The keys of watched files count up from 1 and share the notifier's table with descriptors. No
+/// device has so many files.
+constexpr int LOWEST_DESCRIPTOR = 4096;
+
+[[noreturn]] void refuse(RegisterType type) {
+    throw tesk::UnsupportedException(TYPE_NOT_SUPPORTED(getTypeName(type)));
+}
+
+/// Puts a descriptor that is never ready in the place of another; false where that fails.
+bool silence(int fd) {
+    const int quiet = ::eventfd(0, EFD_CLOEXEC);
+    const bool done = ::dup3(quiet, fd, O_CLOEXEC) != -1;
+    ::close(quiet);
+    return done;
+}
+
+/// Ends the watch of a line whose driver goes.
+void endWatch(int key, bool isDuplicate) {
+    FileNotify& notifier = *FileNotify::getInstance();
+    if (isDuplicate && silence(key)) {
+        // Takes the place of the driver's callback, and wakes the notifier, which would otherwise
+        // hold the line for as long as it sleeps.
+        notifier.enableNotifications(key, [](int /*fd*/) {});
+        return;
+    }
+    try {
+        notifier.disableNotifications(key);
+    } catch (const tesk::NotFoundException&) {  // NOLINT(bugprone-empty-catch): it has ended
+    }
+}
+
+}  // namespace
+
+/// One configured register.
+struct [[gnu::visibility("hidden")]] GpioDriver::GpioInfo {
+    RegisterType type;
+    int index;
+    gpiod::line line;
+    std::function<void(int)> callback;
+    /// What the notifier polls; -1 without a watch. A duplicate stays open for good: the notifier
+    /// must not poll a number that has been given to another file.
+    int watchKey{-1};
+    bool isDuplicate{false};
+};
+
+GpioDriver::GpioDriver(int chipNumber)
+    : DriverInterface(GPIOCHIP, chipNumber),
+      chip(std::make_unique<gpiod::chip>(CHIP_NAME(chipNumber), gpiod::chip::OPEN_LOOKUP)) {}
+
+GpioDriver::~GpioDriver() {
+    for (const GpioInfo& info : gpioInfos) {
+        if (info.watchKey != -1) {
+            endWatch(info.watchKey, info.isDuplicate);
+        }
+        if (info.line.is_requested()) {
+            info.line.release();
+        }
+    }
+}
+
+void GpioDriver::configureIO(RegisterType type, int index, std::function<void(int)> callback) {
+    switch (type) {
+        case RegisterType::RTS:
+            requestOutput(type, index);
+            break;
+        case RegisterType::CTS:
+            requestInput(type, index, std::move(callback));
+            break;
+        default:
+            refuse(type);
+    }
+}
+
+void GpioDriver::requestOutput(RegisterType type, int index) {
+    const gpiod::line line = chip->get_line(RTS_LINE);
+    line.request(
+        {"rts", gpiod::line_request::DIRECTION_OUTPUT, gpiod::line_request::FLAG_ACTIVE_LOW}, 0);
+    gpioInfos.push_back({type, index, line, {}});
+}
+
+void GpioDriver::requestInput(RegisterType type, int index, std::function<void(int)> callback) {
+    const gpiod::line line = chip->get_line(CTS_LINE);
+    line.request(
+        {"cts", gpiod::line_request::EVENT_BOTH_EDGES, gpiod::line_request::FLAG_ACTIVE_LOW}, 0);
+    gpioInfos.push_back({type, index, line, std::move(callback)});
+    watchEdges(gpioInfos.back());
+}
+
+void GpioDriver::watchEdges(GpioInfo& info) {
+    FileNotify& notifier = *FileNotify::getInstance();
+    const int original = info.line.event_get_fd();
+    const int duplicate = ::fcntl(original, F_DUPFD_CLOEXEC, LOWEST_DESCRIPTOR);
+    if (duplicate == -1) {
+        log(logger, Poco::Message::PRIO_WARNING, NUMBER_IS_LOW, original, info.line.offset(),
+            std::strerror(errno), LOWEST_DESCRIPTOR);
+    }
+    info.isDuplicate = duplicate != -1;
+    info.watchKey =
+        notifier.enableNotifications(info.isDuplicate ? duplicate : original,
+                                     [this, copy = info](int /*fd*/) { takeEvent(copy); });
+}
+
+void GpioDriver::takeEvent(const GpioInfo& info) const {
+    const gpiod::line_event event = info.line.event_read();
+    if (logger.is(Poco::Message::PRIO_INFORMATION)) {
+        log(logger, Poco::Message::PRIO_INFORMATION, GPIO_EVENT, event.event_type,
+            event.source.offset(), event.source.get_value());
+    }
+    info.callback(event.source.get_value());
+}
+
+std::string GpioDriver::getIOFileName(RegisterType type, int /*index*/) const {
+    if (type != RegisterType::RTS && type != RegisterType::CTS) {
+        refuse(type);
+    }
+    return {};
+}
+
+int GpioDriver::convertValue(RegisterType type, int value, int index) const {
+    const GpioInfo* const info = find(type, index);
+    return info != nullptr ? info->line.get_value() : value;
+}
+
+bool GpioDriver::isValueValid(RegisterType type, int value) const {
+    const auto number = static_cast<unsigned>(value);
+    switch (type) {
+        case RegisterType::RTS:
+            if (number > 1) {
+                log(logger, Poco::Message::PRIO_ERROR, INVALID_VALUE, number, getTypeName(type));
+                return false;
+            }
+            return true;
+        case RegisterType::CTS:
+            throw tesk::UnsupportedException(WRITE_NOT_SUPPORTED(getTypeName(type)));
+        default:
+            refuse(type);
+    }
+}
+
+void GpioDriver::specificWriteValue(RegisterType type, int value, int index) {
+    if (type != RegisterType::RTS) {
+        refuse(type);
+    }
+    if (const GpioInfo* const info = find(type, index)) {
+        info->line.set_value(value);
+    }
+}
+
+const GpioDriver::GpioInfo* GpioDriver::find(RegisterType type, int index) const {
+    const auto info = std::find_if(gpioInfos.begin(), gpioInfos.end(), [=](const GpioInfo& entry) {
+        return entry.type == type && entry.index == index;
+    });
+    return info != gpioInfos.end() ? &*info : nullptr;
+}
