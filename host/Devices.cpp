@@ -6,8 +6,10 @@
 #include <memory>
 #include <string>
 
+#include "GpioDriver.h"
 #include "KR62Driver.h"
 #include "Log.h"
+#include "NamedChips.h"
 #include "PD5Driver.h"
 #include "SpecialDriver.h"
 #include "VaduDriver.h"
@@ -20,9 +22,22 @@ constexpr int LAST_EXPANDER = 15;
 constexpr Pattern<std::string, std::string, std::string> BOARD_BROKEN(
     "the board at %s is left out: %s; see %s/info_io");
 
+constexpr Pattern<int, std::string, int> CHIP_BROKEN(
+    "the driver gpiochip-%d is left out: %s; see whether /dev/gpiochip%d is there and may be "
+    "opened");
+
 void reportBrokenBoard(const std::string& path, const std::string& reason) {
     log(Poco::Logger::get("iomappingd"), Poco::Message::PRIO_ERROR, BOARD_BROKEN, path, reason,
         path);
+}
+
+void addGpioChip(DriverManager& manager, int number) {
+    try {
+        manager.addDriver(std::make_shared<GpioDriver>(number));
+    } catch (const std::exception& e) {
+        log(Poco::Logger::get("iomappingd"), Poco::Message::PRIO_ERROR, CHIP_BROKEN, number,
+            e.what(), number);
+    }
 }
 
 /// Adds drivers to the manager and their IOs to the counts of the device.
@@ -57,7 +72,7 @@ class Wiring {
 
 }  // namespace
 
-void addDrivers(DriverManager& manager) {
+void addDrivers(DriverManager& manager, const std::string& mapFile) {
     Wiring wiring(manager);
     wiring.add(std::make_shared<VaduDriver>());
     if (KR62Driver::driverIsAvailable()) {
@@ -68,5 +83,8 @@ void addDrivers(DriverManager& manager) {
             wiring.addBoard(PD5Driver::PD5_BASE_PATH + "-" + std::to_string(number),
                             [number] { return std::make_shared<PD5Driver>(number); });
         }
+    }
+    for (const int number : gpioChipsNamedIn(mapFile)) {
+        addGpioChip(manager, number);
     }
 }

@@ -1,10 +1,15 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <string>
+
 #include "DriverManager.h"
 
-/// Registers a driver for each piece of hardware that this device has.
+/// Registers a driver for each piece of hardware that this device has, GPIO chips only if the map
+/// names them.
 ///
-/// A board that is there but cannot be used is left out with one line in the log, so that the rest
-/// of the device works.
-void addDrivers(DriverManager& manager);
+/// A board that is there but cannot be used, or a chip that cannot be opened, is left out with one
+/// line in the log, so that the rest of the device works.
+///
+/// @param mapFile the path of the map; one with a fault names no chips
+void addDrivers(DriverManager& manager, const std::string& mapFile);

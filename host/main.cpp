@@ -11,6 +11,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "DescriptorLimit.h"
 #include "Devices.h"
 #include "EndProcess.h"
 #include "Options.h"
@@ -56,9 +57,10 @@ int main(int argc, char** argv) {
     const Options options = readOptions(argc, argv);
     requireMapFile(options.mapFile);
     openLog(options.logLevel);
+    raiseDescriptorLimit();
     try {
         DriverManager drivers;
-        addDrivers(drivers);
+        addDrivers(drivers, options.mapFile);
         Server server(options.mapFile, drivers);
         server.run();
     } catch (const std::exception& e) {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 
 #include <filesystem>
 
@@ -21,6 +22,17 @@ constexpr const char* COUNTS = R"({"address": 31, "size": 16, "count": 1, "type"
                                    "driver": "special"})";
 constexpr const char* DETECTED = R"({"address": 41, "size": 1, "count": 4, "type": "pd5_detected",
                                      "driver": "special"})";
+
+// No machine has a chip of this number.
+constexpr const char* RTS = R"({"address": 51, "size": 1, "count": 1, "type": "rts",
+                                "driver": "gpiochip-99", "virtual_backup": true})";
+constexpr const char* CTS = R"({"address": 52, "size": 1, "count": 1, "type": "cts",
+                                "driver": "gpiochip-99", "virtual_backup": true})";
+constexpr const char* CTS_ALONE = R"({"address": 52, "size": 1, "count": 1, "type": "cts",
+                                      "driver": "gpiochip-99"})";
+constexpr const char* CHIP_MISSING =
+    "Error iomappingd: the driver gpiochip-99 is left out: cannot open GPIO device gpiochip99: No "
+    "such file or directory; see whether /dev/gpiochip99 is there and may be opened";
 
 /// The daemon on boards in the real paths.
 class BoardsTest : public BusFixture {
@@ -75,6 +87,46 @@ TEST_F(BoardsTest, ABrokenBoardIsOneErrorLineAndTheServiceGoesOnWithoutIt) {
                                     "/sys/kernel/kr62/info_io"));
     EXPECT_THAT(lines[1], HasSubstr("Error iomappingd: the board at /sys/kernel/pd5-3 is left out: "
                                     "file /sys/kernel/pd5-3/info_io not found"));
+}
+
+TEST_F(BoardsTest, AChipThatIsMissingIsOneErrorLineAndItsFieldsFallBack) {
+    Process& service = startService(mapOf({RTS, CTS, COUNTS}));
+    const BusClient client;
+    EXPECT_EQ(client.call("GetParams", "(51,)").text(), "(29, 1, 1)") << "not virtual";
+    EXPECT_EQ(client.call("Write", "(52, 1)").text(), "()");
+    EXPECT_EQ(client.call("ReadList", "(<[51, 52, 31]>,)").text(), "(<[0, 1, 6]>,)");
+    service.signal(SIGTERM);
+    EXPECT_EQ(service.waitForExit(), 0);
+    EXPECT_THAT(Process::lines(service.standardError()), ElementsAre(HasSubstr(CHIP_MISSING)));
+}
+
+TEST_F(BoardsTest, AChipThatIsMissingFailsAFieldWithoutABackup) {
+    const auto service = launch(mapOf({RTS, CTS_ALONE}));
+    EXPECT_EQ(service->waitForExit(), 1);
+    EXPECT_THAT(Process::lines(service->standardError()),
+                ElementsAre(HasSubstr(CHIP_MISSING),
+                            HasSubstr("driver not found or not supported on address 52"),
+                            HasSubstr("field io_mapping[1], address 52"),
+                            HasSubstr("Fatal server: error parsing field")));
+}
+
+TEST_F(BoardsTest, AChipThatNoFieldNamesIsNotLookedFor) {
+    Process& service = startService(mapOf({COUNTS}));
+    service.signal(SIGTERM);
+    EXPECT_EQ(service.waitForExit(), 0);
+    EXPECT_EQ(service.standardError(), "");
+}
+
+TEST_F(BoardsTest, TheServiceMayHaveDescriptorsOutOfReachOfTheKeysOfFiles) {
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit low{1024, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &low);
+    const Process& service = startService(mapOf({COUNTS}));
+    setrlimit(RLIMIT_NOFILE, &before);
+    rlimit limit{};
+    ASSERT_EQ(prlimit(service.pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
+    EXPECT_GT(limit.rlim_cur, 4096U);
 }
 
 TEST_F(BoardsTest, ABoardThatIsPulledFailsItsReadsAloneAndWorksWhenItIsBack) {
