@@ -46,6 +46,7 @@ class [[gnu::visibility("default")]] GpioDriver : public DriverInterface {
     /// @param callback for cts, called with the line's value at every edge; dropped for rts
     /// @throws tesk::UnsupportedException "type '%s' not supported"
     /// @throws std::system_error the line cannot be requested, as when it already is
+    /// @throws std::out_of_range the chip has no such line
     void configureIO(RegisterType type, int index, std::function<void(int)> callback) override;
 
     /// An empty text: the lines have no files.
