@@ -10,8 +10,9 @@
 /// GPIO chips of the test's own. A program that is linked with this has libgpiod's C++ bindings
 /// call it in the place of libgpiod's C functions, of which it has those that the driver needs.
 ///
-/// One can live at a time, and without one there is no chip. Every name is that of a chip. Like the kernel, it holds a requested line until the last descriptor of the
-/// request is closed. May be used from any thread.
+/// One can live at a time, and without one there is no chip. Every name is that of a chip. Like the
+/// kernel, it holds a requested line until the last descriptor of the request is closed. May be
+/// used from any thread.
 class FakeGpiod {
  public:
     FakeGpiod();

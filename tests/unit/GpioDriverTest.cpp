@@ -495,7 +495,8 @@ TEST_F(GpioDriverTest, GoneItTakesTheEndOfItsWatchBySomebodyElseWell) {
     }
     FileNotify::getInstance()->disableNotifications(watchedDescriptors().at(0));
     EXPECT_NO_THROW(driver.reset());
-    EXPECT_TRUE(gpiod.isFree(CHIP, CTS_LINE));
+    untilNotifierSleeps(log);
+    EXPECT_TRUE(ctsBecomesFree());
 }
 
 TEST_F(GpioDriverTest, MayGoAtAnyMomentWhileEdgesComeIn) {
