@@ -24,7 +24,9 @@
 #include "GLibOwners.h"
 #include "Layout.h"
 #include "MapText.h"
+#include "OneCore.h"
 #include "PrivateBus.h"
+#include "ProcessFigures.h"
 #include "RegisterMap.h"
 #include "RunningService.h"
 #include "Server.h"
@@ -235,8 +237,8 @@ class BusBench {
         make(READ, *service);
         const auto compare = [&](Comparison& memory, const char* file, const char* key) {
             memory.measure(
-                1, [&] { return bare->kilobytes(file, key); },
-                [&] { return service->kilobytes(file, key); });
+                1, [&] { return kilobytes(bare->pid(), file, key); },
+                [&] { return kilobytes(service->pid(), file, key); });
         };
         compare(map.resident, "status", "VmRSS:");
         compare(map.own, "smaps_rollup", "Anonymous:");

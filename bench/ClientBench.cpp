@@ -10,6 +10,7 @@
 #include "IoMapping.h"
 #include "Layout.h"
 #include "MapText.h"
+#include "OneCore.h"
 #include "PrivateBus.h"
 #include "RunningService.h"
 #include "Server.h"

@@ -3,7 +3,6 @@
 
 #include <chrono>
 #include <ctime>
-#include <fstream>
 #include <stdexcept>
 
 #include "Deadline.h"
@@ -51,15 +50,4 @@ double RunningService::cpuTime() const {
     const auto nanoseconds =
         std::chrono::seconds(spent.tv_sec) + std::chrono::nanoseconds(spent.tv_nsec);
     return std::chrono::duration<double, std::milli>(nanoseconds).count();
-}
-
-double RunningService::kilobytes(const std::string& file, const std::string& key) const {
-    const std::string path = "/proc/" + std::to_string(process->pid()) + "/" + file;
-    std::ifstream lines(path);
-    for (std::string line; std::getline(lines, line);) {
-        if (line.rfind(key, 0) == 0) {
-            return std::stod(line.substr(key.size()));
-        }
-    }
-    throw std::runtime_error(path + " has no line " + key);
 }

@@ -28,8 +28,7 @@ class RunningService {
     double startTime() const { return milliseconds; }
     /// Milliseconds that the program has spent on a core in all its threads.
     double cpuTime() const;
-    /// A line of a file in the process's directory in /proc ("status", "VmRSS:"), in kB.
-    double kilobytes(const std::string& file, const std::string& key) const;
+    pid_t pid() const { return process->pid(); }
 
  private:
     bool waitForName(bool wanted) const;

@@ -3,6 +3,7 @@
 
 #include <gio/gio.h>
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <string>
@@ -33,7 +34,8 @@ class DBusObject : public tesk::ObjectBase {
     /// registration no call reaches it any more.
     ~DBusObject() override;
 
-    /// Broadcasts a signal of the object's interface.
+    /// Broadcasts a signal of the object's interface. Now and then this waits for the bus, so that
+    /// signals that come faster than it takes them do not pile up in memory, nor before replies.
     ///
     /// @param signalName the signal's name
     /// @param parameters its arguments, a tuple; a floating reference is consumed
@@ -72,4 +74,7 @@ class DBusObject : public tesk::ObjectBase {
     std::string objectPath;
     NodeInfoOwner nodeInfo;
     guint registrationId{0};
+    /// Touched only by the thread that counts signalsLeft down to 0, until it sets that again.
+    int signalsAhead;
+    std::atomic<int> signalsLeft;
 };

@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include <gmock/gmock.h>
 
+#include <sys/resource.h>
+
 #include <csignal>
+#include <filesystem>
 #include <thread>
 
 #include "BusFixture.h"
 #include "Deadline.h"
+#include "WatchedFiles.h"
 
 namespace {
 
@@ -38,11 +42,17 @@ class LifecycleTest : public BusFixture {
 
     /// Sends the service more work than it can have done when its end comes.
     static void flood(const BusClient& client) {
+        flood(client, "Write", [](int address) { return g_variant_new("(ii)", address, address); });
+    }
+
+    template <typename MakeArguments>
+    static void flood(const BusClient& client, const char* method,
+                      const MakeArguments& argumentsOf) {
         for (int address = 1; address <= 100; ++address) {
             GDBusMessage* message = g_dbus_message_new_method_call(NAME, "/org/mirel/register",
-                                                                   "org.mirel.Register", "Write");
+                                                                   "org.mirel.Register", method);
             g_dbus_message_set_flags(message, G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
-            g_dbus_message_set_body(message, g_variant_new("(ii)", address, address));
+            g_dbus_message_set_body(message, argumentsOf(address));
             g_dbus_connection_send_message(client.connection(), message,
                                            G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
             g_object_unref(message);
@@ -153,6 +163,25 @@ TEST_F(LifecycleTest, AMissingBusIsStatus1EveryTimeUnderLoad) {
         const auto other = launch(map, {"--log-level", "information"});
         ASSERT_EQ(one->waitForExit(), 1) << "at repetition " << i;
         ASSERT_EQ(other->waitForExit(), 1) << "at repetition " << i;
+    }
+}
+
+TEST_F(LifecycleTest, AFailingPollIsStatus1EveryTimeUnderLoad) {
+    std::filesystem::remove_all("/sys/kernel");
+    const WatchedFiles files(1);
+    const std::string boardMap =
+        mapOf({files.field(), R"({"address": 2, "size": 32, "count": 99})"});
+    const BusClient client;
+    for (int i = 0; i < REPETITIONS; ++i) {
+        const auto service = launch(boardMap, {"--log-level", "information"});
+        service->waitForLine("was acquired on DBus");
+        flood(client, "Read", [](int address) { return g_variant_new("(i)", address); });
+        // More descriptors than the process may have are too many for poll().
+        const rlimit one{1, 1};
+        ASSERT_EQ(prlimit(service->pid(), RLIMIT_NOFILE, &one, nullptr), 0);
+        files.set(1, i);
+        ASSERT_EQ(service->waitForExit(), 1) << "at repetition " << i;
+        ASSERT_THAT(service->standardError(), HasSubstr("poll: Invalid argument\n"));
     }
 }
 

@@ -2,18 +2,16 @@
 #pragma once
 
 #include <gio/gio.h>
-#include <sched.h>
 
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <stdexcept>
 #include <string>
 
 #include "GLibOwners.h"
 #include "RegisterMap.h"
 
-/// A bare GDBus connection to the bus under measurement, with synchronous calls.
+/// A bare GDBus connection to the bus, with synchronous calls. Unlike BusClient it hears no
+/// changes.
 class Connection {
  public:
     Connection() {
@@ -37,11 +35,25 @@ class Connection {
 
     GDBusConnection* get() const { return bus; }
 
+    /// Calls a method of a register service.
     VariantOwner call(const std::string& service, const char* method, GVariant* arguments) const {
+        return call(service, RegisterMap::DBUS_OBJECT_NAME.c_str(), "org.mirel.Register", method,
+                    arguments);
+    }
+
+    /// Calls the bus itself and waits for its answer, which comes after all that was sent before.
+    void callBus() const {
+        call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId",
+             nullptr);
+    }
+
+ private:
+    VariantOwner call(const std::string& service, const char* path, const char* interface,
+                      const char* method, GVariant* arguments) const {
         GError* error = nullptr;
-        GVariant* reply = g_dbus_connection_call_sync(
-            bus, service.c_str(), RegisterMap::DBUS_OBJECT_NAME.c_str(), "org.mirel.Register",
-            method, arguments, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
+        GVariant* reply =
+            g_dbus_connection_call_sync(bus, service.c_str(), path, interface, method, arguments,
+                                        nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
         if (reply == nullptr) {
             const ErrorOwner owner(error);
             throw std::runtime_error(service + ", " + method + ": " + error->message);
@@ -49,16 +61,5 @@ class Connection {
         return VariantOwner(reply);
     }
 
- private:
     GDBusConnection* bus;
 };
-
-/// Keeps this process, and those that it starts from now on, on the core where it runs.
-inline void stayOnOneCore() {
-    cpu_set_t core;
-    CPU_ZERO(&core);
-    CPU_SET(static_cast<unsigned>(sched_getcpu()), &core);
-    if (sched_setaffinity(0, sizeof core, &core) != 0) {
-        throw std::runtime_error(std::string("cannot stay on one core: ") + std::strerror(errno));
-    }
-}

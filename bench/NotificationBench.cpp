@@ -1,0 +1,220 @@
+// SPDX-License-Identifier: MIT
+//
+// What a change of a value file costs on its way to a client, against a bare program that does the
+// same. Both watch files of their own; only one side's change at a time.
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <optional>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ChangeListeners.h"
+#include "Comparison.h"
+#include "Connection.h"
+#include "OneCore.h"
+#include "PrivateBus.h"
+#include "RegisterMap.h"
+#include "RunningService.h"
+#include "Server.h"
+#include "TemporaryDirectory.h"
+#include "WatchedFiles.h"
+
+namespace {
+
+constexpr const char* BARE_NAME = "org.mirel.BareNotifier";
+
+constexpr int FILES = 1000;
+constexpr int LAST_FILE = FILES;
+constexpr int ROUNDS = 6;
+constexpr int LATENCY_PAIRS = 60;
+constexpr int CHANGES_PER_SAMPLE = 20;
+constexpr int STORM_PAIRS = 4;
+constexpr int STORM_CHANGES = 20'000;
+constexpr std::chrono::seconds IDLE_TIME{10};
+
+constexpr Target LATENCY_TARGET{Target::RATIO, 1.05};
+/// A rate of 95 %, as time per change.
+constexpr Target RATE_TARGET{Target::RATIO, 1 / 0.95};
+
+/// Keeps the last change that the main context was told of.
+class Subscription {
+ public:
+    explicit Subscription(GDBusConnection* connection) : bus(connection) {
+        id = g_dbus_connection_signal_subscribe(
+            bus, nullptr, "org.mirel.Register", "OnValueChange", nullptr, nullptr,
+            G_DBUS_SIGNAL_FLAGS_NONE,
+            [](GDBusConnection* /*connection*/, const gchar* /*sender*/, const gchar* /*path*/,
+               const gchar* /*interface*/, const gchar* /*signal*/, GVariant* parameters,
+               gpointer last) {
+                gint32 address = 0;
+                g_variant_get(parameters, "(ii)", &address, static_cast<gint32*>(last));
+            },
+            &value, nullptr);
+    }
+    ~Subscription() { g_dbus_connection_signal_unsubscribe(bus, id); }
+    Subscription(const Subscription&) = delete;
+    Subscription& operator=(const Subscription&) = delete;
+
+    void waitFor(int wanted) const {
+        while (value != wanted) {
+            g_main_context_iteration(nullptr, TRUE);
+        }
+    }
+
+ private:
+    GDBusConnection* bus;
+    guint id;
+    gint32 value{0};
+};
+
+/// One of the two programs and the files that it watches.
+struct Side {
+    const WatchedFiles& files;
+    const RunningService& program;
+};
+
+class NotificationBench {
+ public:
+    void run() {
+        for (int round = 0; round < ROUNDS; ++round) {
+            const RunningService service(watcher.get(), Server::DBUS_SERVICE_NAME,
+                                         {SERVICE_PROGRAM, "--map", map});
+            const RunningService bareProgram(
+                watcher.get(), BARE_NAME,
+                {BARE_PROGRAM, BARE_NAME, RegisterMap::DBUS_OBJECT_NAME, "org.mirel.Register",
+                 bareBoard, std::to_string(FILES)});
+            const Side bare{bareFiles, bareProgram};
+            const Side ours{serviceFiles, service};
+            measureLatency(bare, ours);
+            measureRate(bare, ours);
+            if (round == 0) {
+                measureIdle(service);
+            }
+        }
+        print();
+    }
+
+ private:
+    void measureLatency(const Side& bare, const Side& ours) {
+        const Connection listener;
+        const Subscription changes(listener.get());
+        listener.callBus();
+        const auto sampleOf = [&](const Side& side) {
+            return median(timesOf(CHANGES_PER_SAMPLE, [&] {
+                side.files.set(1, ++lastValue);
+                changes.waitFor(lastValue);
+            }));
+        };
+        latency.measure(
+            LATENCY_PAIRS, [&] { return sampleOf(bare); }, [&] { return sampleOf(ours); });
+    }
+
+    /// Lets all files of a side change at random, as fast as can be, and waits until the listener
+    /// has heard of the last change.
+    ///
+    /// @return microseconds per change
+    double storm(const Side& side, const ChangeListeners& listeners) {
+        std::uniform_int_distribution<int> choice(1, FILES - 1);
+        std::vector<int> truth(FILES, -1);
+        const double time = timeOf([&] {
+            for (int i = 0; i < STORM_CHANGES; ++i) {
+                const int relay = choice(random);
+                truth.at(static_cast<std::size_t>(relay)) = ++lastValue;
+                side.files.set(relay, lastValue);
+            }
+            side.files.set(LAST_FILE, ++lastValue);
+            if (!listeners.waitUntilAllHeard(LAST_FILE, lastValue)) {
+                throw std::runtime_error(side.program.name() + " lost the last change");
+            }
+        });
+        for (int relay = 1; relay < FILES; ++relay) {
+            const int value = truth.at(static_cast<std::size_t>(relay));
+            if (value != -1 && !listeners.allHeard(relay, value)) {
+                throw std::runtime_error(side.program.name() + " lost a change");
+            }
+        }
+        return time / STORM_CHANGES;
+    }
+
+    void measureRate(const Side& bare, const Side& ours) {
+        const ChangeListeners listeners(CHANGE_LISTENER, 1);
+        rate.measure(
+            STORM_PAIRS, [&] { return storm(bare, listeners); },
+            [&] { return storm(ours, listeners); });
+        const auto cpuOf = [&](const Side& side) {
+            const double before = side.program.cpuTime();
+            storm(side, listeners);
+            return (side.program.cpuTime() - before) * 1000 / STORM_CHANGES;
+        };
+        cpuTime.measure(
+            STORM_PAIRS, [&] { return cpuOf(bare); }, [&] { return cpuOf(ours); });
+    }
+
+    void measureIdle(const RunningService& service) {
+        const long before = wakeUps(service.pid());
+        std::this_thread::sleep_for(IDLE_TIME);
+        idleWakeUps = wakeUps(service.pid()) - before;
+    }
+
+    /// How often the threads of a process have gone to sleep so far.
+    static long wakeUps(pid_t pid) {
+        long total = 0;
+        for (const auto& task :
+             std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
+            std::ifstream lines(task.path() / "status");
+            for (std::string line; std::getline(lines, line);) {
+                const std::string key = "voluntary_ctxt_switches:";
+                if (line.rfind(key, 0) == 0) {
+                    total += std::stol(line.substr(key.size()));
+                }
+            }
+        }
+        return total;
+    }
+
+    void print() const {
+        Comparison::printHeading();
+        latency.print();
+        rate.print();
+        cpuTime.print();
+        std::cout << "Wake-ups of the idle service in " << IDLE_TIME.count()
+                  << " s: " << idleWakeUps << " (target 0"
+                  << (idleWakeUps == 0 ? " met" : " NOT MET") << ")\n";
+    }
+
+    TemporaryDirectory directory;
+    PrivateBus bus;
+    Connection watcher;
+    WatchedFiles serviceFiles{FILES};
+    std::string bareBoard{directory.path() / "board"};
+    WatchedFiles bareFiles{FILES, bareBoard};
+    std::string map{directory.file("map.json", "{\"io_mapping\": [" + serviceFiles.field() + "]}")};
+    std::mt19937 random{1};
+    int lastValue{0};
+    long idleWakeUps{0};
+    Comparison latency{"A file's change until the client's callback", "us", LATENCY_TARGET};
+    Comparison rate{"Storm over 1,000 files, per change carried", "us", RATE_TARGET};
+    Comparison cpuTime{"CPU time per change in the service", "us"};
+};
+
+}  // namespace
+
+int main() {
+    if (std::getenv("IO_MAPPING_SANDBOX") == nullptr) {
+        std::cerr << "notification-bench: writes to /sys; run it through tests/support/sandbox\n";
+        return EXIT_FAILURE;
+    }
+    try {
+        stayOnOneCore();
+        NotificationBench().run();
+    } catch (const std::exception& e) {
+        std::cerr << "notification-bench: " << e.what() << '\n';
+        return EXIT_FAILURE;
+    }
+}

@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: MIT
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <filesystem>
+#include <random>
+#include <thread>
+
+#include "BusFixture.h"
+#include "ChangeListeners.h"
+#include "Connection.h"
+#include "Server.h"
+#include "WatchedFiles.h"
+
+namespace {
+
+constexpr int FILES = 40;
+constexpr int LAST_FILE = FILES;
+
+/// Changes of watched files, as clients hear of them.
+class ChangesTest : public BusFixture, public testing::WithParamInterface<int> {
+ protected:
+    static void SetUpTestSuite() { std::filesystem::remove_all("/sys/kernel"); }
+
+    static void write(const Connection& client, int address, int value) {
+        client.call(Server::DBUS_SERVICE_NAME, "Write", g_variant_new("(ii)", address, value));
+    }
+
+    /// What a file says, by the standard library's understanding.
+    int valueIn(int relay) const {
+        std::ifstream file(files.path(relay));
+        int value = 0;
+        file >> value;
+        return value;
+    }
+
+    WatchedFiles files{FILES};
+};
+
+TEST_P(ChangesTest, EveryListenerHearsTheValueOfEveryChange) {
+    startService(mapOf({files.field()}));
+    const ChangeListeners listeners(CHANGE_LISTENER, GetParam());
+    for (int relay = 1; relay <= FILES; ++relay) {
+        files.set(relay, 100 + relay);
+        ASSERT_TRUE(listeners.waitUntilAllHeard(relay, 100 + relay)) << "relay " << relay;
+    }
+    const Connection client;
+    write(client, 1, 1);
+    ASSERT_TRUE(listeners.waitUntilAllHeard(1, 1));
+    for (std::size_t i = 0; i < listeners.count(); ++i) {
+        // The service empties the file before it writes, which may be heard as a change, too.
+        EXPECT_GE(listeners.heard(i).count, FILES + 1U);
+        EXPECT_LE(listeners.heard(i).count, FILES + 2U);
+    }
+}
+
+TEST_P(ChangesTest, TheLastValueToldIsTheFilesWhoeverWritesAtTheSameTime) {
+    constexpr int CHANGES_PER_WRITER = 2500;
+    startService(mapOf({files.field()}));
+    const ChangeListeners listeners(CHANGE_LISTENER, GetParam());
+
+    const auto writer = [](int seed, const auto& writeOne) {
+        std::mt19937 random(static_cast<unsigned>(seed));
+        // Few files, so that the writers are often at the same.
+        std::uniform_int_distribution<int> relays(1, 8);
+        std::uniform_int_distribution<int> values(0, 1'000'000);
+        for (int i = 0; i < CHANGES_PER_WRITER; ++i) {
+            writeOne(relays(random), values(random));
+        }
+    };
+    const auto intoEmptiedFile = [this](int relay, int value) {
+        std::ofstream(files.path(relay)) << value;
+    };
+    std::atomic<bool> reading{true};
+    std::thread reader([&reading] {
+        const Connection client;
+        while (reading) {
+            client.call(Server::DBUS_SERVICE_NAME, "Read", g_variant_new("(i)", 1));
+        }
+    });
+    std::vector<std::thread> writers;
+    for (int i = 0; i < 2; ++i) {
+        writers.emplace_back([&, i] {
+            const Connection client;
+            writer(i, [&client](int relay, int value) { write(client, relay, value % 2); });
+        });
+        writers.emplace_back([&, i] { writer(10 + i, intoEmptiedFile); });
+    }
+    for (std::thread& each : writers) {
+        each.join();
+    }
+    reading = false;
+    reader.join();
+
+    files.set(LAST_FILE, 7);
+    ASSERT_TRUE(listeners.waitUntilAllHeard(LAST_FILE, 7));
+    for (std::size_t i = 0; i < listeners.count(); ++i) {
+        for (int relay = 1; relay <= FILES; ++relay) {
+            EXPECT_EQ(listeners.heard(i).last.at(static_cast<std::size_t>(relay)), valueIn(relay))
+                << "listener " << i << ", relay " << relay;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Listeners, ChangesTest, testing::Values(1, 2, 10));
+
+}  // namespace

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+#include "BusFixture.h"
+#include "ChangeListeners.h"
+#include "Connection.h"
+#include "ProcessFigures.h"
+#include "Server.h"
+#include "WatchedFiles.h"
+
+namespace {
+
+// In a sanitizer's build the memory is not the service's alone; an hour is enough for the rest.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool SANITIZED = true;
+#else
+constexpr bool SANITIZED = false;
+#endif
+
+constexpr int SECONDS = SANITIZED ? 3'600 : 86'400;
+constexpr int FILES = 10;
+constexpr int VIRTUAL = 101;
+constexpr double LARGEST_GROWTH = 256;  // kilobytes
+
+class EnduranceTest : public BusFixture {
+ protected:
+    static void SetUpTestSuite() { std::filesystem::remove_all("/sys/kernel"); }
+
+    /// What happens on a device in a second: an input changes, somebody reads, somebody writes.
+    void second(const Connection& client, int number) {
+        files.set(1 + number % FILES, number);
+        client.call(Server::DBUS_SERVICE_NAME, "Read", g_variant_new("(i)", 1 + number % FILES));
+        client.call(Server::DBUS_SERVICE_NAME, "Write", g_variant_new("(ii)", VIRTUAL, number));
+    }
+
+    WatchedFiles files{FILES};
+};
+
+TEST_F(EnduranceTest, ADayLeavesMemoryAndDescriptorsAsTheyWere) {
+    const Process& service =
+        startService(mapOf({files.field(), R"({"address": 101, "size": 32, "count": 1})"}));
+    const ChangeListeners listeners(CHANGE_LISTENER, 2);
+    const Connection client;
+    constexpr int WARM_UP = 500;
+    for (int number = 1; number <= WARM_UP; ++number) {
+        second(client, number);
+    }
+    ASSERT_TRUE(listeners.waitUntilAllHeard(VIRTUAL, WARM_UP));
+    const double memory = kilobytes(service.pid(), "status", "VmRSS:");
+    const auto descriptors = openDescriptors(service.pid());
+    for (int number = WARM_UP + 1; number <= SECONDS; ++number) {
+        second(client, number);
+    }
+    ASSERT_TRUE(listeners.waitUntilAllHeard(VIRTUAL, SECONDS));
+    EXPECT_EQ(openDescriptors(service.pid()), descriptors);
+    const double growth = kilobytes(service.pid(), "status", "VmRSS:") - memory;
+    std::cout << "growth in " << SECONDS << " s of traffic: " << growth << " kB\n";
+    if (!SANITIZED) {
+        EXPECT_LE(growth, LARGEST_GROWTH);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: MIT
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <random>
+#include <thread>
+
+#include "BusFixture.h"
+#include "ChangeListeners.h"
+#include "Connection.h"
+#include "Deadline.h"
+#include "ProcessFigures.h"
+#include "Server.h"
+#include "WatchedFiles.h"
+
+namespace {
+
+// What a sanitizer does to time and memory is none of the service's doing; there, only what it
+// announces is looked at, in a smaller storm.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool SANITIZED = true;
+#else
+constexpr bool SANITIZED = false;
+#endif
+
+constexpr int CHANGES = SANITIZED ? 10'000 : 100'000;
+constexpr int WRITERS = 2;
+constexpr int STORMY_FILES = 1000;
+/// Each of these changes once, in the midst of the storm.
+constexpr int QUIET_FILES = 300;
+constexpr int FILES = STORMY_FILES + QUIET_FILES;
+/// Changes when all others have.
+constexpr int LAST_FILE = FILES;
+
+constexpr std::chrono::minutes STORM_PATIENCE{3};
+constexpr double LONGEST_READ = 50;      // milliseconds
+constexpr double LARGEST_GROWTH = 2048;  // kilobytes
+
+double milliseconds(std::chrono::steady_clock::duration time) {
+    return std::chrono::duration<double, std::milli>(time).count();
+}
+
+/// The time within which all but one in a thousand calls are done.
+double nearlyAll(std::vector<double> times) {
+    std::sort(times.begin(), times.end());
+    return times.at(times.size() * 999 / 1000);
+}
+
+/// How long calls take while the storm rages.
+struct Calls {
+    std::vector<double> reads;
+    /// Of the bus itself: what the machine takes for any call.
+    std::vector<double> bare;
+    double growth{0};
+};
+
+class StormTest : public BusFixture, public testing::WithParamInterface<int> {
+ protected:
+    static void SetUpTestSuite() { std::filesystem::remove_all("/sys/kernel"); }
+
+    void SetUp() override {
+        std::ifstream limit("/proc/sys/fs/inotify/max_queued_events");
+        int events = 0;
+        limit >> events;
+        ASSERT_GE(events, CHANGES + QUIET_FILES)
+            << "fs.inotify.max_queued_events is too low; as root: sysctl -p "
+               "data/sysctl.d/60-io-mapping.conf";
+    }
+
+    void set(int relay, int value) {
+        files.set(relay, value);
+        truth.at(static_cast<std::size_t>(relay)) = value;
+    }
+
+    /// The part of a storm that one writer makes, on files of its own.
+    void write(int writer) {
+        std::mt19937 random(static_cast<unsigned>(writer));
+        std::uniform_int_distribution<int> choice(0, STORMY_FILES / WRITERS - 1);
+        constexpr int SHARE = CHANGES / WRITERS;
+        for (int value = 1; value <= SHARE; ++value) {
+            set(1 + writer + WRITERS * choice(random), value);
+            if (value == SHARE / 2) {
+                for (int relay = STORMY_FILES + 1 + writer; relay < LAST_FILE; relay += WRITERS) {
+                    set(relay, relay);
+                }
+            }
+        }
+    }
+
+    /// Lets the storm rage and calls the service until all listeners know of the last change.
+    Calls rage(const Process& service, ChangeListeners& listeners) {
+        Calls calls;
+        const Connection client;
+        timedCall(client, calls);
+        calls = {};
+        const double before = kilobytes(service.pid(), "status", "VmRSS:");
+        std::vector<std::thread> writers;
+        std::atomic<int> writing{WRITERS};
+        for (int i = 0; i < WRITERS; ++i) {
+            writers.emplace_back([this, i, &writing] {
+                write(i);
+                --writing;
+            });
+        }
+        const Deadline deadline(STORM_PATIENCE);
+        bool lastIsSet = false;
+        while (!(lastIsSet && listeners.allHeard(LAST_FILE, 1)) && !deadline.passed()) {
+            timedCall(client, calls);
+            const double now = kilobytes(service.pid(), "status", "VmRSS:");
+            calls.growth = std::max(calls.growth, now - before);
+            if (!lastIsSet && writing == 0) {
+                // Somebody has to hear when the storm is over.
+                if (listeners.count() == 0) {
+                    listeners.add(CHANGE_LISTENER);
+                }
+                set(LAST_FILE, 1);
+                lastIsSet = true;
+            }
+        }
+        EXPECT_FALSE(deadline.passed());
+        for (std::thread& writer : writers) {
+            writer.join();
+        }
+        return calls;
+    }
+
+    static void timedCall(const Connection& client, Calls& calls) {
+        const auto start = std::chrono::steady_clock::now();
+        client.call(Server::DBUS_SERVICE_NAME, "Read", g_variant_new("(i)", 7));
+        const auto middle = std::chrono::steady_clock::now();
+        client.callBus();
+        calls.reads.push_back(milliseconds(middle - start));
+        calls.bare.push_back(milliseconds(std::chrono::steady_clock::now() - middle));
+    }
+
+    WatchedFiles files{FILES};
+    /// By relay, what its file says.
+    std::array<std::atomic<int>, FILES + 1> truth{};
+};
+
+TEST_P(StormTest, EveryFilesLastValueIsToldReadsGoOnAndMemoryStays) {
+    const Process& service = startService(mapOf({files.field()}));
+    ChangeListeners listeners(CHANGE_LISTENER, GetParam());
+    const Calls calls = rage(service, listeners);
+    for (std::size_t i = 0; GetParam() > 0 && i < listeners.count(); ++i) {
+        for (std::size_t relay = 1; relay <= FILES; ++relay) {
+            EXPECT_EQ(listeners.heard(i).last.at(relay), truth.at(relay))
+                << "listener " << i << ", relay " << relay;
+        }
+    }
+    const double read = nearlyAll(calls.reads);
+    const double bare = nearlyAll(calls.bare);
+    std::cout << calls.reads.size() << " reads: all but 0.1 % within " << read
+              << " ms; calls of the bus itself: " << bare << " ms; growth " << calls.growth
+              << " kB\n";
+    if (!SANITIZED) {
+        // The machine has a dozen other processes to run, which hold up any call.
+        EXPECT_LE(read - bare, LONGEST_READ);
+        EXPECT_LE(calls.growth, LARGEST_GROWTH);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Listeners, StormTest, testing::Values(0, 1, 10));
+
+}  // namespace
