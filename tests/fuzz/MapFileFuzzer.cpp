@@ -6,18 +6,16 @@
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
 #include <Poco/Logger.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <memory>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 
 #include "DriverManager.h"
+#include "MemoryFile.h"
 #include "PeerConnection.h"
 #include "RegisterMap.h"
 #include "SpecialDriver.h"
@@ -31,30 +29,6 @@ namespace {
 /// A map with more registers than this needs more time and memory than a round is worth, and takes
 /// its administrator at the word.
 constexpr std::int64_t MOST_REGISTERS = 5000;
-
-/// A file without a name, in memory.
-class MemoryFile {
- public:
-    MemoryFile() : fd(memfd_create("map", MFD_CLOEXEC)) {
-        if (fd < 0) {
-            throw std::runtime_error("no file in memory");
-        }
-    }
-    ~MemoryFile() { close(fd); }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
-
-    std::string path() const { return "/proc/self/fd/" + std::to_string(fd); }
-
-    void replace(const std::uint8_t* data, std::size_t size) const {
-        if (ftruncate(fd, 0) != 0 || pwrite(fd, data, size, 0) != static_cast<ssize_t>(size)) {
-            throw std::runtime_error("cannot write to the file in memory");
-        }
-    }
-
- private:
-    int fd;
-};
 
 /// How many registers a text asks for before it turns out to be faulty; 0 when it is no map.
 std::int64_t registersAskedFor(const std::string& text) {
