@@ -142,4 +142,46 @@ TEST_F(BoardsTest, ABoardThatIsPulledFailsItsReadsAloneAndWorksWhenItIsBack) {
     EXPECT_EQ(client.call("Read", "(1,)").text(), "(1,)");
 }
 
+TEST_F(BoardsTest, ABoardThatIsPulledWhileWatchedDisturbsNoOther) {
+    Process& service = startService(mapOf({RELAY, INPUT, EXPANDER_RELAY}));
+    const BusClient client;
+    client.call("Read", "(1,)");
+    board.pull();
+    // The kernel's word that a watched file has gone is a change like any other.
+    service.waitForLine("Error register-map");
+    expander.relay(1).set(0);
+    ASSERT_TRUE(client.waitForChanges(1));
+    EXPECT_THAT(client.changes(), ElementsAre(std::pair(21, 0)));
+    service.signal(SIGTERM);
+    service.waitForExit();
+    EXPECT_THAT(service.standardError(),
+                HasSubstr("error reading value for notification: error opening file "
+                          "'/sys/kernel/kr62/relays/1/value' for reading"));
+}
+
+TEST_F(BoardsTest, AValueFileThatCannotBeReadFailsItsRegisterAlone) {
+    const std::filesystem::path file = "/sys/kernel/kr62/relays/1/value";
+    const std::string error =
+        "org.freedesktop.DBus.Error.Failed: error opening file "
+        "'/sys/kernel/kr62/relays/1/value' for ";
+    startService(mapOf({RELAY, EXPANDER_RELAY}));
+    const BusClient client;
+    const auto expectFailure = [&] {
+        EXPECT_EQ(client.call("Read", "(1,)").text(), error + "reading");
+        EXPECT_EQ(client.call("Write", "(1, 1)").text(), error + "writing");
+        EXPECT_EQ(client.call("ReadList", "(<[2, 1]>,)").text(), error + "reading");
+        EXPECT_EQ(client.call("ReadList", "(<[2, 21]>,)").text(), "(<[0, 1]>,)");
+    };
+    std::filesystem::remove(file);
+    expectFailure();
+    std::filesystem::create_symlink(file, file);
+    expectFailure();
+    std::filesystem::remove(file);
+    std::filesystem::create_directory(file);
+    expectFailure();
+    std::filesystem::remove(file);
+    writeFile(file, "1\n");
+    EXPECT_EQ(client.call("Read", "(1,)").text(), "(1,)");
+}
+
 }  // namespace
