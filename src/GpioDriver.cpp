@@ -11,6 +11,7 @@
 #include <gpiod.hpp>
 #include <utility>
 
+#include "DriverRefusal.h"
 #include "FileNotify.h"
 #include "Log.h"
 #include "tesk/Exceptions.h"
@@ -19,9 +20,6 @@ namespace {
 
 constexpr Pattern<int> CHIP_NAME("gpiochip%d");
 
-constexpr Pattern<std::string> TYPE_NOT_SUPPORTED("type '%s' not supported");
-constexpr Pattern<std::string> WRITE_NOT_SUPPORTED("write not supported for IO type %s");
-constexpr Pattern<unsigned, std::string> INVALID_VALUE("invalid value '%?u' for IO type %s");
 constexpr Pattern<int, unsigned, int> GPIO_EVENT("gpio event: type %d, line %u, value %d");
 constexpr Pattern<int, unsigned, std::string, int> NUMBER_IS_LOW(
     "descriptor %d of line %u may be taken for a watched file: %s; raise the limit of open files "
@@ -33,10 +31,6 @@ constexpr unsigned CTS_LINE = 201;
 /// The keys of watched files count up from 1 and share the notifier's table with descriptors. No
 /// device has so many files.
 constexpr int LOWEST_DESCRIPTOR = 4096;
-
-[[noreturn]] void refuse(RegisterType type) {
-    throw tesk::UnsupportedException(TYPE_NOT_SUPPORTED(getTypeName(type)));
-}
 
 /// Puts a descriptor that is never ready in the place of another; false where that fails.
 bool silence(int fd) {
@@ -99,7 +93,7 @@ void GpioDriver::configureIO(RegisterType type, int index, std::function<void(in
             requestInput(type, index, std::move(callback));
             break;
         default:
-            refuse(type);
+            DriverRefusal::unsupportedType(type);
     }
 }
 
@@ -143,7 +137,7 @@ void GpioDriver::takeEvent(const GpioInfo& info) const {
 
 std::string GpioDriver::getIOFileName(RegisterType type, int /*index*/) const {
     if (type != RegisterType::RTS && type != RegisterType::CTS) {
-        refuse(type);
+        DriverRefusal::unsupportedType(type);
     }
     return {};
 }
@@ -154,24 +148,19 @@ int GpioDriver::convertValue(RegisterType type, int value, int index) const {
 }
 
 bool GpioDriver::isValueValid(RegisterType type, int value) const {
-    const auto number = static_cast<unsigned>(value);
     switch (type) {
         case RegisterType::RTS:
-            if (number > 1) {
-                log(logger, Poco::Message::PRIO_ERROR, INVALID_VALUE, number, getTypeName(type));
-                return false;
-            }
-            return true;
+            return DriverRefusal::isBit(type, value, logger);
         case RegisterType::CTS:
-            throw tesk::UnsupportedException(WRITE_NOT_SUPPORTED(getTypeName(type)));
+            DriverRefusal::unsupportedWrite(type);
         default:
-            refuse(type);
+            DriverRefusal::unsupportedType(type);
     }
 }
 
 void GpioDriver::specificWriteValue(RegisterType type, int value, int index) {
     if (type != RegisterType::RTS) {
-        refuse(type);
+        DriverRefusal::unsupportedType(type);
     }
     if (const GpioInfo* const info = find(type, index)) {
         info->line.set_value(value);

@@ -2,6 +2,7 @@
 #include "KR62Driver.h"
 
 #include "BoardIo.h"
+#include "DriverRefusal.h"
 #include "FileNotify.h"
 #include "Log.h"
 #include "ValueFile.h"
@@ -26,9 +27,6 @@ constexpr Pattern<std::string> SUPPLY_REFERENCE_FILE("%s/analog_ref");
 constexpr Pattern<std::string> ANALOG_REFERENCE_FILE("%s/analogs/analog_ref");
 
 constexpr Pattern<int> INVALID_LED("invalid led index: %d");
-constexpr Pattern<std::string> TYPE_NOT_SUPPORTED("type '%s' not supported");
-constexpr Pattern<std::string> WRITE_NOT_SUPPORTED("write not supported for IO type %s");
-constexpr Pattern<unsigned, std::string> INVALID_VALUE("invalid value '%?u' for IO type %s");
 constexpr Pattern<unsigned> INVALID_COLOR("invalid led color '%?u'");
 constexpr Pattern<unsigned> INVALID_BRIGHTNESS("invalid led brightness '%?u'");
 
@@ -111,7 +109,7 @@ std::string KR62Driver::getIOFileName(RegisterType type, int index) const {
         case RegisterType::BRIGHTNESS_LED:
             return LED_BRIGHTNESS_FILE(basePath, ledNumber(index));
         default:
-            throw tesk::UnsupportedException(TYPE_NOT_SUPPORTED(getTypeName(type)));
+            DriverRefusal::unsupportedType(type);
     }
 }
 
@@ -142,11 +140,7 @@ bool KR62Driver::isValueValid(RegisterType type, int value) const {
         case RegisterType::RELAY:
         case RegisterType::PULLUP:
         case RegisterType::USB_ENABLE:
-            if (number >= 2) {
-                log(logger, Poco::Message::PRIO_ERROR, INVALID_VALUE, number, getTypeName(type));
-                return false;
-            }
-            return true;
+            return DriverRefusal::isBit(type, value, logger);
         case RegisterType::INPUT_COUNTER:
             return true;
         case RegisterType::COLOR_LED:
@@ -165,9 +159,9 @@ bool KR62Driver::isValueValid(RegisterType type, int value) const {
         case RegisterType::INPUT_ANALOG:
         case RegisterType::DEVICE_CURRENT:
         case RegisterType::DEVICE_VOLTAGE:
-            throw tesk::UnsupportedException(WRITE_NOT_SUPPORTED(getTypeName(type)));
+            DriverRefusal::unsupportedWrite(type);
         default:
-            throw tesk::UnsupportedException(TYPE_NOT_SUPPORTED(getTypeName(type)));
+            DriverRefusal::unsupportedType(type);
     }
 }
 

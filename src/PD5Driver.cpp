@@ -2,6 +2,7 @@
 #include "PD5Driver.h"
 
 #include "BoardIo.h"
+#include "DriverRefusal.h"
 #include "FileNotify.h"
 #include "Log.h"
 #include "ValueFile.h"
@@ -19,9 +20,6 @@ constexpr Pattern<std::string, int> COUNTER_EDGE_FILE("%s/inputs/%d/counter_edge
 constexpr Pattern<std::string, int> ANALOG_FILE("%s/analogs/%d/value");
 constexpr Pattern<std::string, int> ENABLE_FILE("%s/analogs/%d/enable");
 
-constexpr Pattern<std::string> TYPE_NOT_SUPPORTED("type '%s' not supported");
-constexpr Pattern<std::string> WRITE_NOT_SUPPORTED("write not supported for IO type %s");
-constexpr Pattern<unsigned, std::string> INVALID_VALUE("invalid value '%?u' for IO type %s");
 constexpr Pattern<int, std::string> NOT_ENABLED("analog '%d' of type '%s' is not enabled");
 
 constexpr double ANALOG_SCALE = 4.137;
@@ -80,7 +78,7 @@ std::string PD5Driver::getIOFileName(RegisterType type, int index) const {
             BoardIo::requireIndex(index, infoIo.analogs);
             return ENABLE_FILE(basePath, index);
         default:
-            throw tesk::UnsupportedException(TYPE_NOT_SUPPORTED(getTypeName(type)));
+            DriverRefusal::unsupportedType(type);
     }
 }
 
@@ -96,22 +94,17 @@ int PD5Driver::convertValue(RegisterType type, int value, int index) const {
 }
 
 bool PD5Driver::isValueValid(RegisterType type, int value) const {
-    const auto number = static_cast<unsigned>(value);
     switch (type) {
         case RegisterType::RELAY:
         case RegisterType::ENABLE_ANALOG:
-            if (number > 1) {
-                log(logger, Poco::Message::PRIO_ERROR, INVALID_VALUE, number, getTypeName(type));
-                return false;
-            }
-            return true;
+            return DriverRefusal::isBit(type, value, logger);
         case RegisterType::INPUT_COUNTER:
             return true;
         case RegisterType::INPUT_DIGITAL:
         case RegisterType::INPUT_ANALOG:
-            throw tesk::UnsupportedException(WRITE_NOT_SUPPORTED(getTypeName(type)));
+            DriverRefusal::unsupportedWrite(type);
         default:
-            throw tesk::UnsupportedException(TYPE_NOT_SUPPORTED(getTypeName(type)));
+            DriverRefusal::unsupportedType(type);
     }
 }
 

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "SpecialDriver.h"
 
+#include "DriverRefusal.h"
 #include "Pattern.h"
 #include "tesk/Exceptions.h"
 
 namespace {
 
-constexpr Pattern<std::string> TYPE_NOT_SUPPORTED("type '%s' not supported");
-constexpr Pattern<std::string> WRITE_NOT_SUPPORTED("write not supported for IO type %s");
 constexpr Pattern<int> INVALID_PD5_INDEX("invalid PD5 index %d");
 
 void requirePd5Index(int index) {
@@ -51,7 +50,7 @@ std::string SpecialDriver::getIOFileName(RegisterType type, int index) const {
         case RegisterType::COUNT_ANALOG_INPUTS:
             return {};
         default:
-            throw tesk::UnsupportedException(TYPE_NOT_SUPPORTED(getTypeName(type)));
+            DriverRefusal::unsupportedType(type);
     }
 }
 
@@ -73,10 +72,10 @@ int SpecialDriver::convertValue(RegisterType type, int /*value*/, int index) con
             requirePd5Index(index);
             return index > 0 && pd5Detected.at(static_cast<std::size_t>(index) - 1) ? 1 : 0;
         default:
-            throw tesk::UnsupportedException(TYPE_NOT_SUPPORTED(getTypeName(type)));
+            DriverRefusal::unsupportedType(type);
     }
 }
 
 bool SpecialDriver::isValueValid(RegisterType type, int /*value*/) const {
-    throw tesk::UnsupportedException(WRITE_NOT_SUPPORTED(getTypeName(type)));
+    DriverRefusal::unsupportedWrite(type);
 }

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <fstream>
 
+#include "DriverRefusal.h"
 #include "Log.h"
 #include "ValueFile.h"
 #include "tesk/Exceptions.h"
@@ -25,7 +26,6 @@ constexpr const char* FACTORY_INFO_FILE = "/tmp/factory_info_partition/factory_i
 /// What a reader sees in place of the temperature of a sensor that is not there.
 constexpr int SENSOR_MISSING = 4096;
 
-constexpr Pattern<std::string> TYPE_NOT_SUPPORTED("type '%s' not supported");
 constexpr Pattern<std::string> WRITE_NOT_SUPPORTED("write not supported with type '%s'");
 constexpr Pattern<std::string> READ_OPEN_FAILED("error opening file '%s' for reading");
 constexpr Pattern<int, std::string, int> SENSOR_LINE(
@@ -91,7 +91,7 @@ std::string VaduDriver::getIOFileName(RegisterType type, int /*index*/) const {
         case RegisterType::FW_VERSION:
             return {};
         default:
-            throw tesk::UnsupportedException(TYPE_NOT_SUPPORTED(getTypeName(type)));
+            DriverRefusal::unsupportedType(type);
     }
 }
 
@@ -124,7 +124,7 @@ bool VaduDriver::isValueValid(RegisterType type, int /*value*/) const {
         case RegisterType::FW_VERSION:
             throw tesk::UnsupportedException(WRITE_NOT_SUPPORTED(getTypeName(type)));
         default:
-            throw tesk::UnsupportedException(TYPE_NOT_SUPPORTED(getTypeName(type)));
+            DriverRefusal::unsupportedType(type);
     }
 }
 
