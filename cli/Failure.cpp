@@ -18,7 +18,7 @@ struct Advice {
     std::string_view start;
     std::string_view words;
 };
-constexpr std::array<Advice, 4> ADVICE{{
+constexpr std::array<Advice, 5> ADVICE{{
     {"Error calling method: GDBus.Error:org.freedesktop.DBus.Error.ServiceUnknown",
      "the service is not running; start iomappingd"},
     {"Error calling method: GDBus.Error:org.freedesktop.DBus.Error.NoReply",
@@ -27,6 +27,8 @@ constexpr std::array<Advice, 4> ADVICE{{
      "the service does not answer; restart iomappingd"},
     {"Error calling method: The connection is closed",
      "the D-Bus system bus has gone; start it and iomappingd"},
+    {"Error calling method: GDBus.Error:org.freedesktop.DBus.Error.AccessDenied",
+     "this user may not do that; become root or a member of the group io-mapping"},
 }};
 
 bool startsWith(std::string_view text, std::string_view prefix) {

@@ -22,7 +22,7 @@ TEST(FailureTest, ARefusalIsToldInTheWordsOfTheService) {
     EXPECT_EQ(reason(REMOTE + "Failed: value 2 is higher than max value 1"),
               "value 2 is higher than max value 1");
     EXPECT_EQ(reason(REMOTE + "Failed: first: second"), "first: second");
-    EXPECT_EQ(reason(REMOTE + "AccessDenied: not for you"), "not for you");
+    EXPECT_EQ(reason(REMOTE + "LimitsExceeded: too much"), "too much");
 }
 
 TEST(FailureTest, AServiceThatIsNotThereIsToldWithTheRemedy) {
@@ -40,6 +40,11 @@ TEST(FailureTest, ABusThatIsNotThereIsToldWithTheRemedy) {
               "dbus-daemon running?");
     EXPECT_EQ(reason(CALL + "The connection is closed"),
               "the D-Bus system bus has gone; start it and iomappingd");
+}
+
+TEST(FailureTest, AUserWhoMayNotIsToldWhoMay) {
+    EXPECT_EQ(reason(REMOTE + "AccessDenied: Rejected send message, 1 matched rules"),
+              "this user may not do that; become root or a member of the group io-mapping");
 }
 
 TEST(FailureTest, OtherWordsAreToldAsTheyAre) {
