@@ -16,7 +16,13 @@
 class [[gnu::visibility("default")]] DriverInterface : protected tesk::ObjectBase {
  public:
     /// The kinds of driver.
-    enum Driver : std::int32_t { VADU = 0, KR62 = 1, PD5 = 2, SPECIAL = 3, GPIOCHIP = 4 };
+    enum Driver : std::int32_t {
+        VADU = 0,      ///< The main board.
+        KR62 = 1,      ///< The IO extension board.
+        PD5 = 2,       ///< An IO expander; one of several.
+        SPECIAL = 3,   ///< The numbers of IOs of the whole device.
+        GPIOCHIP = 4,  ///< A GPIO chip; one of several.
+    };
 
     /// The name of each kind, from which the lookup names are made.
     static const std::map<Driver, std::string> driverToStringMap;

@@ -13,6 +13,7 @@
 /// Takes no lock: the host fills it before it starts the server, which only reads it.
 class [[gnu::visibility("default")]] DriverManager : public tesk::ObjectBase {
  public:
+    /// Has no driver yet.
     DriverManager();
     ~DriverManager() override;
 

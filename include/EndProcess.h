@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+/// @file
 #pragma once
 
 /// Ends the process at once, without running destructors or exit handlers.

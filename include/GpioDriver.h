@@ -42,6 +42,7 @@ class [[gnu::visibility("default")]] GpioDriver : public DriverInterface {
     /// watched files; where the limit of open files forbids that it gets the line's own, and a
     /// warning says so.
     ///
+    /// @param type rts or cts
     /// @param index any number; later calls name it to mean this line
     /// @param callback for cts, called with the line's value at every edge; dropped for rts
     /// @throws tesk::UnsupportedException "type '%s' not supported"

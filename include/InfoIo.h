@@ -14,10 +14,9 @@ struct InfoIo {
     /// @throws Poco::SyntaxException a number of a known kind is none
     explicit InfoIo(const std::string& fileName);
 
-    std::uint32_t relays{0};
-    std::uint32_t outputs{0};
-    std::uint32_t inputs{0};
-    /// No line states them.
-    std::uint32_t analogOutputs{0};
-    std::uint32_t analogs{0};
+    std::uint32_t relays{0};         ///< Relays.
+    std::uint32_t outputs{0};        ///< Digital outputs.
+    std::uint32_t inputs{0};         ///< Digital inputs.
+    std::uint32_t analogOutputs{0};  ///< Analog outputs; no line states them.
+    std::uint32_t analogs{0};        ///< Analog inputs.
 };

@@ -8,6 +8,7 @@
 #include "tesk/ObjectBase.h"
 
 class RegisterMap;
+/// GIO's connection to a bus.
 using GDBusConnection = struct _GDBusConnection;  // NOLINT(bugprone-reserved-identifier): GIO's
 
 /// The service: owns the bus name, builds the register map once the bus is there, and runs the main

@@ -13,6 +13,7 @@
 /// Afterwards it is only read, from any thread. Nothing can be written and nothing is watched.
 class [[gnu::visibility("default")]] SpecialDriver : public DriverInterface {
  public:
+    /// All numbers are 0 until addIoCount() adds to them.
     SpecialDriver();
     ~SpecialDriver() override;
 

@@ -18,6 +18,7 @@
 /// written and none is watched for changes.
 class [[gnu::visibility("default")]] VaduDriver : public DriverInterface {
  public:
+    /// Touches no file.
     VaduDriver();
     ~VaduDriver() override;
 
