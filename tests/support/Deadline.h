@@ -5,9 +5,17 @@
 
 #include <chrono>
 
+/// Whether this runs on an emulated processor, as builds for ARM do here, which takes some twenty
+/// times as long for everything.
+#ifdef __arm__
+constexpr bool EMULATED = true;
+#else
+constexpr bool EMULATED = false;
+#endif
+
 /// How long a test waits for anything before it fails. Far above what is ever needed, so that a
 /// slow machine fails no test; sanitizer builds on two busy cores included.
-constexpr std::chrono::seconds PATIENCE{30};
+constexpr std::chrono::seconds PATIENCE{EMULATED ? 600 : 30};
 
 /// A point in time by which something must have happened.
 class Deadline {
