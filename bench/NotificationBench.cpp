@@ -17,6 +17,7 @@
 #include "ChangeListeners.h"
 #include "Comparison.h"
 #include "Connection.h"
+#include "Deadline.h"
 #include "OneCore.h"
 #include "PrivateBus.h"
 #include "RegisterMap.h"
@@ -31,7 +32,7 @@ constexpr const char* BARE_NAME = "org.mirel.BareNotifier";
 
 constexpr int FILES = 1000;
 constexpr int LAST_FILE = FILES;
-constexpr int ROUNDS = 6;
+constexpr int ROUNDS = EMULATED ? 1 : 6;
 constexpr int LATENCY_PAIRS = 60;
 constexpr int CHANGES_PER_SAMPLE = 20;
 constexpr int STORM_PAIRS = 4;
