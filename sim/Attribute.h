@@ -13,7 +13,9 @@ namespace sim {
 /// it, and if its length, which a reader may see before or after the text, does not matter. So the
 /// file has a fixed length: the value, blanks, and a line end. A new value is written over the old
 /// one in one piece; a reader finds the old value or the new one, never nothing and never the half
-/// of one, and inotify tells of one modification (IN_MODIFY) per change.
+/// of one, and inotify tells of one modification (IN_MODIFY) per change. (File systems in memory
+/// copy the dozen bytes without a lock. A processor that is stopped amid them can show both values
+/// mixed; that has been seen on emulated ones only.)
 ///
 /// A client that truncates the file to its own value, as the service does, makes it shorter. It
 /// gets its length back with the next value. One that is longer than the whole file is written

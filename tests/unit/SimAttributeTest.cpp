@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 
+#include "Deadline.h"
 #include "TemporaryDirectory.h"
 #include "sim/Attribute.h"
 #include "sim/Error.h"
@@ -94,6 +95,10 @@ TEST_F(SimAttributeTest, AValueThatFitsIntoWhatAClientHasWrittenIsOneModificatio
 }
 
 TEST_F(SimAttributeTest, ReadersNeverFindAnythingButAWholeValue) {
+    if (EMULATED) {
+        GTEST_SKIP() << "the kernel copies a file in memory without a lock, and an emulated "
+                        "processor may be stopped amid the twelve bytes";
+    }
     constexpr int ROUNDS = 50000;
     const std::array<std::string, 3> values{"199999", "7", "-2000000000"};
     const std::set<std::string> whole(values.begin(), values.end());
