@@ -25,10 +25,10 @@
 #include "GLibOwners.h"
 #include "Layout.h"
 #include "MapText.h"
-#include "OneCore.h"
 #include "PrivateBus.h"
 #include "ProcessFigures.h"
 #include "RegisterMap.h"
+#include "RunBench.h"
 #include "RunningService.h"
 #include "Server.h"
 #include "TemporaryDirectory.h"
@@ -276,15 +276,5 @@ class BusBench {
 }  // namespace
 
 int main() {
-    if (std::getenv("IO_MAPPING_SANDBOX") == nullptr) {
-        std::cerr << "bus-bench: writes to /sys; run it through tests/support/sandbox\n";
-        return EXIT_FAILURE;
-    }
-    try {
-        stayOnOneCore();
-        BusBench().run();
-    } catch (const std::exception& e) {
-        std::cerr << "bus-bench: " << e.what() << '\n';
-        return EXIT_FAILURE;
-    }
+    return runBench<BusBench>("bus-bench");
 }

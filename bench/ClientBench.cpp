@@ -11,10 +11,11 @@
 #include "IoMapping.h"
 #include "Layout.h"
 #include "MapText.h"
-#include "OneCore.h"
 #include "PrivateBus.h"
+#include "RunBench.h"
 #include "RunningService.h"
 #include "Server.h"
+#include "Subscription.h"
 #include "TemporaryDirectory.h"
 
 namespace {
@@ -26,33 +27,6 @@ constexpr int LIST_LENGTH = 1000;
 
 constexpr Target CALL_TARGET{Target::RATIO, 1.03};
 constexpr Target LIST_TARGET{Target::RATIO, 1.05};
-
-/// A bare subscription to the changes of the service, served by the default main context.
-class Subscription {
- public:
-    explicit Subscription(GDBusConnection* connection) : bus(connection) {
-        id = g_dbus_connection_signal_subscribe(
-            bus, Server::DBUS_SERVICE_NAME.c_str(), "org.mirel.Register", "OnValueChange", nullptr,
-            nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
-            [](GDBusConnection* /*connection*/, const gchar* /*sender*/, const gchar* /*path*/,
-               const gchar* /*interface*/, const gchar* /*signal*/, GVariant* parameters,
-               gpointer last) {
-                gint32 address = 0;
-                g_variant_get(parameters, "(ii)", &address, static_cast<gint32*>(last));
-            },
-            &value, nullptr);
-    }
-    ~Subscription() { g_dbus_connection_signal_unsubscribe(bus, id); }
-    Subscription(const Subscription&) = delete;
-    Subscription& operator=(const Subscription&) = delete;
-
-    int last() const { return value; }
-
- private:
-    GDBusConnection* bus;
-    guint id;
-    gint32 value{0};
-};
 
 class ClientBench {
  public:
@@ -126,12 +100,10 @@ class ClientBench {
             PAIRS,
             [&] {
                 const Connection listener;
-                const Subscription changes(listener.get());
+                const Subscription changes(listener, Server::DBUS_SERVICE_NAME.c_str());
                 return batch([&] {
                     write(++written % 2 + 1);
-                    while (changes.last() != written % 2 + 1) {
-                        g_main_context_iteration(nullptr, TRUE);
-                    }
+                    changes.waitFor(written % 2 + 1);
                 });
             },
             [&] {
@@ -162,11 +134,5 @@ class ClientBench {
 }  // namespace
 
 int main() {
-    try {
-        stayOnOneCore();
-        ClientBench().run();
-    } catch (const std::exception& e) {
-        std::cerr << "client-bench: " << e.what() << '\n';
-        return EXIT_FAILURE;
-    }
+    return runBench<ClientBench>("client-bench");
 }

@@ -9,6 +9,8 @@
 #include <functional>
 #include <iterator>
 
+#include "Build.h"
+
 namespace {
 
 /// The median, and the interval that holds the true one in 95 of 100 cases.
@@ -60,8 +62,11 @@ void Comparison::printHeading() {
         "a row. Both sides take samples in turns; the columns give their medians, and the median\n"
         "of the ratios of neighbours. A target with a unit is for the median of the differences.\n"
         "On a busy machine go by the CPU time of a start.\n"
+        "%s"
         "\n"
         "%-46s %12s %12s   %-21s   %-16s %5s\n",
+        EMULATED ? "On an emulated processor only the ratios mean anything: no times are given.\n"
+                 : "",
         "", "bare", "service", "ratio (95 % interval)", "target", "pairs");
 }
 
@@ -74,6 +79,9 @@ void Comparison::print() const {
 }
 
 std::string Comparison::withUnit(double number) const {
+    if (EMULATED && unit != "kB") {
+        return "-";
+    }
     const int decimals = number < 10 ? 2 : number < 1000 ? 1 : 0;
     return Poco::NumberFormatter::format(number, decimals) + " " + unit;
 }
@@ -87,7 +95,7 @@ std::string Comparison::verdict() const {
         case Target::RATIO:
             return judge(Poco::NumberFormatter::format(target.limit, 2), std::divides<>());
         case Target::DIFFERENCE:
-            return judge("+" + withUnit(target.limit), std::minus<>());
+            return EMULATED ? "-" : judge("+" + withUnit(target.limit), std::minus<>());
         default:
             return "-";
     }

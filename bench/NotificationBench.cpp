@@ -18,11 +18,12 @@
 #include "Comparison.h"
 #include "Connection.h"
 #include "Deadline.h"
-#include "OneCore.h"
 #include "PrivateBus.h"
 #include "RegisterMap.h"
+#include "RunBench.h"
 #include "RunningService.h"
 #include "Server.h"
+#include "Subscription.h"
 #include "TemporaryDirectory.h"
 #include "WatchedFiles.h"
 
@@ -36,43 +37,12 @@ constexpr int ROUNDS = EMULATED ? 1 : 6;
 constexpr int LATENCY_PAIRS = 60;
 constexpr int CHANGES_PER_SAMPLE = 20;
 constexpr int STORM_PAIRS = 4;
-constexpr int STORM_CHANGES = 20'000;
+constexpr int STORM_CHANGES = EMULATED ? 2'000 : 20'000;
 constexpr std::chrono::seconds IDLE_TIME{10};
 
 constexpr Target LATENCY_TARGET{Target::RATIO, 1.05};
 /// A rate of 95 %, as time per change.
 constexpr Target RATE_TARGET{Target::RATIO, 1 / 0.95};
-
-/// Keeps the last change that the main context was told of.
-class Subscription {
- public:
-    explicit Subscription(GDBusConnection* connection) : bus(connection) {
-        id = g_dbus_connection_signal_subscribe(
-            bus, nullptr, "org.mirel.Register", "OnValueChange", nullptr, nullptr,
-            G_DBUS_SIGNAL_FLAGS_NONE,
-            [](GDBusConnection* /*connection*/, const gchar* /*sender*/, const gchar* /*path*/,
-               const gchar* /*interface*/, const gchar* /*signal*/, GVariant* parameters,
-               gpointer last) {
-                gint32 address = 0;
-                g_variant_get(parameters, "(ii)", &address, static_cast<gint32*>(last));
-            },
-            &value, nullptr);
-    }
-    ~Subscription() { g_dbus_connection_signal_unsubscribe(bus, id); }
-    Subscription(const Subscription&) = delete;
-    Subscription& operator=(const Subscription&) = delete;
-
-    void waitFor(int wanted) const {
-        while (value != wanted) {
-            g_main_context_iteration(nullptr, TRUE);
-        }
-    }
-
- private:
-    GDBusConnection* bus;
-    guint id;
-    gint32 value{0};
-};
 
 /// One of the two programs and the files that it watches.
 struct Side {
@@ -104,8 +74,7 @@ class NotificationBench {
  private:
     void measureLatency(const Side& bare, const Side& ours) {
         const Connection listener;
-        const Subscription changes(listener.get());
-        listener.callBus();
+        const Subscription changes(listener);
         const auto sampleOf = [&](const Side& side) {
             return median(timesOf(CHANGES_PER_SAMPLE, [&] {
                 side.files.set(1, ++lastValue);
@@ -207,15 +176,5 @@ class NotificationBench {
 }  // namespace
 
 int main() {
-    if (std::getenv("IO_MAPPING_SANDBOX") == nullptr) {
-        std::cerr << "notification-bench: writes to /sys; run it through tests/support/sandbox\n";
-        return EXIT_FAILURE;
-    }
-    try {
-        stayOnOneCore();
-        NotificationBench().run();
-    } catch (const std::exception& e) {
-        std::cerr << "notification-bench: " << e.what() << '\n';
-        return EXIT_FAILURE;
-    }
+    return runBench<NotificationBench>("notification-bench");
 }

@@ -92,8 +92,10 @@ class [[gnu::visibility("default")]] IoMapping {
 
     /// Has a function called, inside run(), with address and new value whenever the register
     /// changes. It takes the place of one that the address has already. Changes that came in before
-    /// are not told. A callback may call every method of this object but run() and the four for
-    /// notifications: these would wait for the callback itself to end.
+    /// are not told; that none is missed from here on is sure once this object has made any call to
+    /// the service, so read the register after this, not before. A callback may call every method
+    /// of this object but run() and the four for notifications: these would wait for the callback
+    /// itself to end.
     ///
     /// May be called from any thread, and makes no call to the service: an address without a
     /// register is simply never told of.

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 
+#include "Build.h"
 #include "BusFixture.h"
 #include "ChangeListeners.h"
 #include "Connection.h"
@@ -13,12 +14,6 @@
 namespace {
 
 // In a sanitizer's build the memory is not the service's alone; an hour is enough for the rest.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool SANITIZED = true;
-#else
-constexpr bool SANITIZED = false;
-#endif
-
 constexpr int SECONDS = SANITIZED ? 3'600 : 86'400;
 constexpr int FILES = 10;
 constexpr int VIRTUAL = 101;

@@ -9,6 +9,7 @@
 #include <random>
 #include <thread>
 
+#include "Build.h"
 #include "BusFixture.h"
 #include "ChangeListeners.h"
 #include "Connection.h"
@@ -19,14 +20,7 @@
 
 namespace {
 
-// What a sanitizer does to time and memory is none of the service's doing; there, only what it
-// announces is looked at, in a smaller storm.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool SANITIZED = true;
-#else
-constexpr bool SANITIZED = false;
-#endif
-
+// With a sanitizer, only what the service announces is looked at, in a smaller storm.
 constexpr int CHANGES = SANITIZED ? 10'000 : 100'000;
 constexpr int WRITERS = 2;
 constexpr int STORMY_FILES = 1000;

@@ -5,13 +5,7 @@
 
 #include <chrono>
 
-/// Whether this runs on an emulated processor, as builds for ARM do here, which takes some twenty
-/// times as long for everything.
-#ifdef __arm__
-constexpr bool EMULATED = true;
-#else
-constexpr bool EMULATED = false;
-#endif
+#include "Build.h"
 
 /// How long a test waits for anything before it fails. Far above what is ever needed, so that a
 /// slow machine fails no test; sanitizer builds on two busy cores included.
