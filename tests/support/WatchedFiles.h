@@ -2,8 +2,10 @@
 #pragma once
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <stdexcept>
@@ -22,6 +24,7 @@ class WatchedFiles {
     /// @param directory the board
     explicit WatchedFiles(int count, const std::string& directory = "/sys/kernel/kr62")
         : board(directory), fds(static_cast<std::size_t>(count)) {
+        allowDescriptors();
         writeFile(board + "/info_io", "relays " + std::to_string(count) + "\n");
         for (int relay = 1; relay <= count; ++relay) {
             writeFile(path(relay), "0000000000\n");
@@ -58,6 +61,15 @@ class WatchedFiles {
     }
 
  private:
+    /// A shell allows 1,024, and of those all the files may be open at a time.
+    static void allowDescriptors() {
+        constexpr rlim_t ENOUGH = 4096;
+        rlimit limit{};
+        ::getrlimit(RLIMIT_NOFILE, &limit);
+        limit.rlim_cur = std::max(limit.rlim_cur, std::min(limit.rlim_max, ENOUGH));
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+
     static std::size_t place(int relay) { return static_cast<std::size_t>(relay) - 1; }
 
     std::string board;
