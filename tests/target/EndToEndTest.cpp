@@ -42,7 +42,7 @@ void pullCts(bool asserted) {
 }
 
 void unloadBoards() {
-    ASSERT_EQ(Process::run({"rmmod", "boards"}), 0);
+    ASSERT_EQ(Process::run({"rmmod", "kr62_boards"}), 0);
 }
 
 void loadBoards() {
