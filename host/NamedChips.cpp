@@ -6,16 +6,27 @@
 #include <charconv>
 #include <exception>
 #include <fstream>
+#include <iterator>
 #include <optional>
+#include <sstream>
 
 #include "DriverInterface.h"
 #include "tesk/Json.h"
 
 namespace {
 
+std::string prefixOfChips() {
+    return DriverInterface::driverToStringMap.at(DriverInterface::GPIOCHIP) + "-";
+}
+
+/// Whether a look into the map is worth its time, which for a large one is long. A name may also be
+/// written with escapes.
+bool mayNameChips(const std::string& text) {
+    return text.find(prefixOfChips()) != std::string::npos || text.find('\\') != std::string::npos;
+}
+
 std::optional<int> chipNumber(const std::string& driver) {
-    const std::string prefix =
-        DriverInterface::driverToStringMap.at(DriverInterface::GPIOCHIP) + "-";
+    const std::string prefix = prefixOfChips();
     if (driver.rfind(prefix, 0) != 0) {
         return {};
     }
@@ -43,7 +54,12 @@ std::set<int> gpioChipsNamedIn(const std::string& mapFile) {
     std::set<int> numbers;
     try {
         std::ifstream file(mapFile);
-        const auto map = tesk::jsonParse(file);
+        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        if (!mayNameChips(text)) {
+            return numbers;
+        }
+        std::istringstream json(text);
+        const auto map = tesk::jsonParse(json);
         const auto fields = map.isNull() ? nullptr : map->getArray("io_mapping");
         for (unsigned i = 0; !fields.isNull() && i < fields->size(); ++i) {
             if (const auto number = chipNumber(driverOf(fields->getObject(i)))) {

@@ -29,6 +29,10 @@ TEST_F(NamedChipsTest, FindsEveryChipOnce) {
                 ElementsAre(0, 3));
 }
 
+TEST_F(NamedChipsTest, FindsANameThatIsWrittenWithEscapes) {
+    EXPECT_THAT(namedBy(R"("\u0067piochip\u002d4")"), ElementsAre(4));
+}
+
 TEST_F(NamedChipsTest, TakesOnlyTheNamesThatDriversHave) {
     EXPECT_THAT(namedBy(R"("gpiochip-2147483647")"), ElementsAre(2147483647));
     for (const char* name :
