@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <iostream>
 #include <optional>
 #include <stdexcept>
 #include <string>

@@ -2,8 +2,6 @@
 //
 // Measures the client class against bare GDBus on the same calls and signals of the real service,
 // and prints a table. The exit status tells only whether everything ran.
-#include <iostream>
-#include <numeric>
 
 #include "Comparison.h"
 #include "Connection.h"

@@ -3,7 +3,6 @@
 // What a change of a value file costs on its way to a client, against a bare program that does the
 // same. Both watch files of their own; only one side's change at a time.
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
