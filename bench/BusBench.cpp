@@ -21,7 +21,6 @@
 #include "Comparison.h"
 #include "Connection.h"
 #include "Deadline.h"
-#include "GLibOwners.h"
 #include "Layout.h"
 #include "MapText.h"
 #include "PrivateBus.h"
@@ -31,6 +30,7 @@
 #include "RunningService.h"
 #include "Server.h"
 #include "TemporaryDirectory.h"
+#include "support/GLibOwners.h"
 
 namespace {
 

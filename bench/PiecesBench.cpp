@@ -22,7 +22,7 @@
 #include "RegisterType.h"
 #include "TemporaryDirectory.h"
 #include "VaduDriver.h"
-#include "ValueFile.h"
+#include "support/ValueFile.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <limits>
 #include <optional>
 
-#include "Failure.h"
+#include "program/UsageError.h"
 #include "tesk/Exceptions.h"
 
 namespace {

@@ -7,7 +7,7 @@
 
 #include "Arguments.h"
 #include "Commands.h"
-#include "Registers.h"
+#include "client/Registers.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 
 #include "Arguments.h"
 #include "Commands.h"
-#include "Failure.h"
-#include "Registers.h"
+#include "client/Failure.h"
+#include "client/Registers.h"
 
 namespace {
 

@@ -14,9 +14,9 @@
 
 #include "Arguments.h"
 #include "Commands.h"
-#include "Failure.h"
-#include "Registers.h"
-#include "ServiceWatch.h"
+#include "client/Failure.h"
+#include "client/Registers.h"
+#include "client/ServiceWatch.h"
 
 namespace {
 

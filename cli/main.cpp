@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "Commands.h"
-#include "Failure.h"
-#include "Program.h"
 #include "Version.h"
+#include "client/Failure.h"
+#include "program/CommandLine.h"
+#include "program/UsageError.h"
 
 int main(int argc, char** argv) {
     CLI::App app("Reads, writes and watches the registers of the device.", "iomap");

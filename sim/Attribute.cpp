@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "sim/Attribute.h"
+#include "Attribute.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -15,7 +15,7 @@
 #include <cstring>
 #include <utility>
 
-#include "sim/Error.h"
+#include "Error.h"
 
 namespace sim {
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "sim/Board.h"
+#include "Board.h"
 
 #include <array>
 #include <fstream>
 #include <utility>
 
-#include "sim/Error.h"
-#include "sim/Lock.h"
+#include "Error.h"
+#include "Lock.h"
 
 namespace sim {
 

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <string>
 
-#include "sim/Attribute.h"
+#include "Attribute.h"
 
 namespace sim {
 

@@ -2,8 +2,8 @@
 #include <optional>
 #include <vector>
 
-#include "sim/Commands.h"
-#include "sim/Device.h"
+#include "Commands.h"
+#include "Device.h"
 
 namespace {
 

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
-#include "sim/Device.h"
+#include "Device.h"
 
 #include <algorithm>
 #include <charconv>
 #include <set>
 #include <utility>
 
-#include "sim/Error.h"
-#include "sim/IoNumber.h"
-#include "sim/WholeFile.h"
+#include "Error.h"
+#include "IoNumber.h"
+#include "WholeFile.h"
 
 namespace sim {
 

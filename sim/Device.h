@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "sim/Attribute.h"
-#include "sim/Board.h"
-#include "sim/SensorBus.h"
+#include "Attribute.h"
+#include "Board.h"
+#include "SensorBus.h"
 
 namespace sim {
 

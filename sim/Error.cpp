@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "sim/Error.h"
+#include "Error.h"
 
 #include <cerrno>
 #include <cstring>

@@ -2,10 +2,10 @@
 #include <chrono>
 #include <thread>
 
-#include "sim/Commands.h"
-#include "sim/Device.h"
-#include "sim/Error.h"
-#include "sim/IoNumber.h"
+#include "Commands.h"
+#include "Device.h"
+#include "Error.h"
+#include "IoNumber.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "sim/IoNumber.h"
+#include "IoNumber.h"
 
 namespace sim {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "sim/Lock.h"
+#include "Lock.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -7,7 +7,7 @@
 
 #include <cerrno>
 
-#include "sim/Error.h"
+#include "Error.h"
 
 namespace sim {
 

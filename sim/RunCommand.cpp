@@ -4,8 +4,8 @@
 #include <iostream>
 #include <memory>
 
-#include "sim/Commands.h"
-#include "sim/Scenario.h"
+#include "Commands.h"
+#include "Scenario.h"
 
 namespace {
 

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "sim/Scenario.h"
+#include "Scenario.h"
 
 #include <algorithm>
 #include <cmath>
 #include <utility>
 
-#include "sim/Error.h"
+#include "Error.h"
 
 namespace sim {
 

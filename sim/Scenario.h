@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/Device.h"
+#include "Device.h"
 
 namespace sim {
 

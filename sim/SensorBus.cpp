@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
-#include "sim/SensorBus.h"
+#include "SensorBus.h"
 
 #include <algorithm>
 #include <fstream>
 #include <utility>
 
-#include "sim/Error.h"
-#include "sim/Lock.h"
-#include "sim/WholeFile.h"
+#include "Error.h"
+#include "Lock.h"
+#include "WholeFile.h"
 
 namespace sim {
 

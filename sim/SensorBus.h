@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/Attribute.h"
+#include "Attribute.h"
 
 namespace sim {
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "sim/Commands.h"
-#include "sim/Device.h"
+#include "Commands.h"
+#include "Device.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <iostream>
 #include <sstream>
 
-#include "sim/Commands.h"
-#include "sim/Device.h"
-#include "sim/Error.h"
+#include "Commands.h"
+#include "Device.h"
+#include "Error.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "sim/WholeFile.h"
+#include "WholeFile.h"
 
 #include <fstream>
 
-#include "sim/Error.h"
+#include "Error.h"
 
 namespace sim {
 

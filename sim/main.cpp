@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include "Commands.h"
 #include "Version.h"
-#include "cli/Failure.h"
-#include "cli/Program.h"
-#include "sim/Commands.h"
+#include "program/CommandLine.h"
+#include "program/UsageError.h"
 
 int main(int argc, char** argv) {
     CLI::App app("Makes and animates the files of a simulated device.", "iomap-sim");

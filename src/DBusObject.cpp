@@ -6,7 +6,7 @@
 #include <chrono>
 #include <string_view>
 
-#include "Log.h"
+#include "support/Log.h"
 #include "tesk/Exceptions.h"
 
 namespace {

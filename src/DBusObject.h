@@ -8,7 +8,7 @@
 #include <map>
 #include <string>
 
-#include "GLibOwners.h"
+#include "support/GLibOwners.h"
 #include "tesk/ObjectBase.h"
 
 /// One object on a D-Bus connection: routes method calls to onDBusObjMessage(), turns what that

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "DriverInterface.h"
 
-#include "Pattern.h"
+#include "support/Pattern.h"
 
 namespace {
 

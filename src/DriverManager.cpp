@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "Log.h"
+#include "support/Log.h"
 #include "tesk/Exceptions.h"
 
 namespace {

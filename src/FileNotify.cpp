@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "EndProcess.h"
-#include "Log.h"
+#include "support/Log.h"
 #include "tesk/Exceptions.h"
 
 namespace {

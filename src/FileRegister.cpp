@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "FileRegister.h"
 
-#include "DriverAccess.h"
-#include "ValueFile.h"
+#include "support/DriverAccess.h"
+#include "support/ValueFile.h"
 
 FileRegister::FileRegister(int registerAddress, RegisterType registerType, int registerIndex,
                            unsigned int size, const std::shared_ptr<DriverInterface>& ioDriver,

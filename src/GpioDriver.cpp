@@ -11,9 +11,9 @@
 #include <gpiod.hpp>
 #include <utility>
 
-#include "DriverRefusal.h"
 #include "FileNotify.h"
-#include "Log.h"
+#include "support/DriverRefusal.h"
+#include "support/Log.h"
 #include "tesk/Exceptions.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "GpioRegister.h"
 
-#include "DriverAccess.h"
+#include "support/DriverAccess.h"
 
 GpioRegister::GpioRegister(int registerAddress, RegisterType registerType, int registerIndex,
                            unsigned int size, const std::shared_ptr<DriverInterface>& ioDriver,

@@ -8,7 +8,7 @@
 #include <fstream>
 #include <utility>
 
-#include "Pattern.h"
+#include "support/Pattern.h"
 #include "tesk/Exceptions.h"
 #include "tesk/Strings.h"
 

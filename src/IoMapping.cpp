@@ -7,11 +7,11 @@
 #include <mutex>
 #include <string>
 
-#include "ChangeFilter.h"
-#include "GLibOwners.h"
-#include "Pattern.h"
 #include "RegisterMap.h"
 #include "Server.h"
+#include "support/ChangeFilter.h"
+#include "support/GLibOwners.h"
+#include "support/Pattern.h"
 #include "tesk/Exceptions.h"
 
 namespace {

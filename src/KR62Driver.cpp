@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "KR62Driver.h"
 
-#include "BoardIo.h"
-#include "DriverRefusal.h"
 #include "FileNotify.h"
-#include "Log.h"
-#include "ValueFile.h"
+#include "support/BoardIo.h"
+#include "support/DriverRefusal.h"
+#include "support/Log.h"
+#include "support/ValueFile.h"
 #include "tesk/Exceptions.h"
 
 namespace {

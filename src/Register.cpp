@@ -3,7 +3,7 @@
 
 #include <limits>
 
-#include "Log.h"
+#include "support/Log.h"
 #include "tesk/Exceptions.h"
 
 namespace {

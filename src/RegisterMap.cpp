@@ -7,11 +7,11 @@
 #include <cassert>
 #include <fstream>
 
-#include "ExceptionText.h"
 #include "FileRegister.h"
 #include "GpioRegister.h"
-#include "Log.h"
 #include "ReservedRegister.h"
+#include "support/ExceptionText.h"
+#include "support/Log.h"
 #include "tesk/Exceptions.h"
 #include "tesk/Json.h"
 

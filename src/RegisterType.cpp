@@ -5,7 +5,7 @@
 #include <array>
 #include <utility>
 
-#include "Pattern.h"
+#include "support/Pattern.h"
 #include "tesk/Exceptions.h"
 
 namespace {

@@ -7,9 +7,9 @@
 #include <cstdlib>
 
 #include "EndProcess.h"
-#include "ExceptionText.h"
-#include "Log.h"
 #include "RegisterMap.h"
+#include "support/ExceptionText.h"
+#include "support/Log.h"
 #include "tesk/Exceptions.h"
 
 namespace {

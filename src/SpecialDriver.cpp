@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "SpecialDriver.h"
 
-#include "DriverRefusal.h"
-#include "Pattern.h"
+#include "support/DriverRefusal.h"
+#include "support/Pattern.h"
 #include "tesk/Exceptions.h"
 
 namespace {

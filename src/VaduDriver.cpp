@@ -8,9 +8,9 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "DriverRefusal.h"
-#include "Log.h"
-#include "ValueFile.h"
+#include "support/DriverRefusal.h"
+#include "support/Log.h"
+#include "support/ValueFile.h"
 #include "tesk/Exceptions.h"
 #include "tesk/Json.h"
 #include "tesk/Strings.h"

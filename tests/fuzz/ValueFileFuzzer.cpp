@@ -8,7 +8,7 @@
 #include <iostream>
 
 #include "MemoryFile.h"
-#include "ValueFile.h"
+#include "support/ValueFile.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 

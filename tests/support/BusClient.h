@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "GLibOwners.h"
+#include "support/GLibOwners.h"
 
 /// A client of the register service, bare GDBus, on a connection of its own or a given one.
 class BusClient {

@@ -7,8 +7,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "GLibOwners.h"
 #include "RegisterMap.h"
+#include "support/GLibOwners.h"
 
 /// A bare GDBus connection to the bus, with synchronous calls. Unlike BusClient it hears no
 /// changes.

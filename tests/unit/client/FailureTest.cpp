@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "Failure.h"
+#include "client/Failure.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "ValueFile.h"
+#include "support/ValueFile.h"
 
 #include <gmock/gmock.h>
 #include <sys/fsuid.h>

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "Arguments.h"
+#include "cli/Arguments.h"
+#include "program/UsageError.h"
 
 #include <gmock/gmock.h>
 
-#include "Failure.h"
+#include "client/Failure.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "ExceptionText.h"
+#include "support/ExceptionText.h"
 
 #include <Poco/Exception.h>
 #include <gtest/gtest.h>

@@ -10,12 +10,6 @@ class Failure : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// The command line cannot be understood; ends the program with status 2.
-class UsageError : public std::runtime_error {
- public:
-    using std::runtime_error::runtime_error;
-};
-
 /// Whether an error of the client class is the service's answer to a request. Otherwise it has not
 /// answered, and asking for something else would not help.
 bool isRefusal(const std::exception& error);

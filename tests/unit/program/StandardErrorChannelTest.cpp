@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "StandardErrorChannel.h"
+#include "program/StandardErrorChannel.h"
 
 #include <Poco/AutoPtr.h>
 #include <fcntl.h>

@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
-#include "Program.h"
+#include "CommandLine.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <iostream>
 
-#include "Failure.h"
+#include "ExitStatus.h"
+#include "UsageError.h"
 
 namespace {
-
-constexpr int USAGE_STATUS = 2;
 
 /// Says what is wrong, on one line, whatever the text quotes.
 int report(const CLI::App& app, std::string text, int status) {
@@ -20,7 +19,7 @@ int report(const CLI::App& app, std::string text, int status) {
 }
 
 int refuse(const CLI::App& app, const std::string& reason) {
-    return report(app, reason + "; see " + app.get_name() + " --help", USAGE_STATUS);
+    return report(app, reason + "; see " + app.get_name() + " --help", EXIT_USAGE);
 }
 
 }  // namespace

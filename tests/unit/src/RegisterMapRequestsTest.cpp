@@ -11,10 +11,10 @@
 #include "BusClient.h"
 #include "CapturedLog.h"
 #include "FakeDriver.h"
-#include "GLibOwners.h"
 #include "PeerConnection.h"
 #include "RegisterMap.h"
 #include "TemporaryDirectory.h"
+#include "support/GLibOwners.h"
 #include "tesk/Exceptions.h"
 
 namespace {

@@ -10,19 +10,18 @@
 #include <iostream>
 #include <memory>
 
-#include "GLibOwners.h"
 #include "Version.h"
+#include "program/ExitStatus.h"
+#include "support/GLibOwners.h"
 
 namespace {
-
-constexpr int USAGE_STATUS = 2;
 
 using ContextOwner =
     std::unique_ptr<GOptionContext, GLibRelease<GOptionContext, g_option_context_free>>;
 
 [[noreturn]] void refuse(const std::string& reason) {
     std::cerr << "iomappingd: " << reason << "; see iomappingd --help\n";
-    std::exit(USAGE_STATUS);
+    std::exit(EXIT_USAGE);
 }
 
 int parseLevel(const std::string& level) {

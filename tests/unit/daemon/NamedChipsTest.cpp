@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "NamedChips.h"
+#include "daemon/NamedChips.h"
 
 #include <gmock/gmock.h>
 

@@ -16,7 +16,7 @@
 #include "EndProcess.h"
 #include "Options.h"
 #include "Server.h"
-#include "StandardErrorChannel.h"
+#include "program/StandardErrorChannel.h"
 
 namespace {
 

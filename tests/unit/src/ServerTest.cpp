@@ -19,11 +19,11 @@
 #include "Deadline.h"
 #include "EndProcess.h"
 #include "FakeDriver.h"
-#include "GLibOwners.h"
 #include "LoggerNames.h"
 #include "PeerConnection.h"
 #include "RegisterMap.h"
 #include "TemporaryDirectory.h"
+#include "support/GLibOwners.h"
 
 namespace {
 

@@ -24,13 +24,13 @@
 #include "Calls.h"
 #include "CapturedLog.h"
 #include "Deadline.h"
-#include "DescriptorLimit.h"
 #include "FakeGpiod.h"
 #include "FileNotify.h"
 #include "GpioRegister.h"
 #include "LoggerNames.h"
 #include "NotifierAsleep.h"
 #include "TemporaryDirectory.h"
+#include "daemon/DescriptorLimit.h"
 #include "tesk/Exceptions.h"
 
 namespace {

@@ -8,11 +8,11 @@
 
 #include "GpioDriver.h"
 #include "KR62Driver.h"
-#include "Log.h"
 #include "NamedChips.h"
 #include "PD5Driver.h"
 #include "SpecialDriver.h"
 #include "VaduDriver.h"
+#include "support/Log.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "Pattern.h"
+#include "support/Pattern.h"
 
 #include <gmock/gmock.h>
 
