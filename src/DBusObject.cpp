@@ -5,6 +5,7 @@
 #include <cassert>
 #include <chrono>
 #include <string_view>
+#include <utility>
 
 #include "support/Log.h"
 #include "tesk/Exceptions.h"
@@ -16,15 +17,14 @@ constexpr Pattern<std::string> REGISTRATION_FAILED("error registering object %s 
 constexpr Pattern<std::string> CALL_FAILED("%s");
 constexpr Pattern<int> PROCESSING_TIME("processing time: %dus");
 
-/// The method's name meets a placeholder for a number, so that Poco prints its marker for a
-/// mismatch there; tools that watch the log expect the line like that. The one text that is
-/// therefore no Pattern.
+/// The method's name meets a placeholder for a number. Poco prints its marker for a mismatch there,
+/// and tools that watch the log expect that marker. A Pattern would refuse this text.
 constexpr const char* UNRECOGNIZED_CALL =
     "unrecognized dbus call: obj '%s', interface '%s', method '%d'";
 
-/// How many signals may go ahead before their sender waits for the bus. With fewer, the waiting
-/// costs a noticeable share of the rate; but replies queue behind them, so that fewer must do for a
-/// bus that is slow to take them.
+/// How many signals may go ahead before their sender waits for the bus. Waiting more often lowers
+/// the rate of signals. Replies queue behind the signals, though: on a slow bus, fewer may go
+/// ahead.
 constexpr int MOST_AHEAD = 128;
 constexpr int FEWEST_AHEAD = 8;
 constexpr std::chrono::milliseconds LONGEST_WAIT{10};
@@ -35,23 +35,22 @@ void awaitBus(GDBusConnection* connection) {
         g_dbus_connection_flush_sync(connection, nullptr, nullptr);
         return;
     }
-    // The bus works in order, so its answer, even if it is an error, comes after all the rest.
+    // The bus works in order: its answer, even an error, comes after everything sent before.
     const VariantOwner answer(g_dbus_connection_call_sync(
         connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
         "GetId", nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
 }
 
-/// Answers with an empty body. GDBus's own call for this refuses where the introspection promises
-/// values, and the caller would wait in vain.
-void returnNothing(GDBusMethodInvocation* invocation) {
-    GDBusMessage* call = g_dbus_method_invocation_get_message(invocation);
+/// Answers with an empty body. GDBus's own function refuses an empty body where the introspection
+/// states values, and the caller would wait in vain.
+void returnNothing(GDBusMethodInvocation& invocation) {
+    GDBusMessage* const call = g_dbus_method_invocation_get_message(&invocation);
     if ((g_dbus_message_get_flags(call) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED) == 0) {
-        GDBusMessage* reply = g_dbus_message_new_method_reply(call);
-        g_dbus_connection_send_message(g_dbus_method_invocation_get_connection(invocation), reply,
-                                       G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
-        g_object_unref(reply);
+        const ObjectOwner<GDBusMessage> reply(g_dbus_message_new_method_reply(call));
+        g_dbus_connection_send_message(g_dbus_method_invocation_get_connection(&invocation),
+                                       reply.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
+                                       nullptr);
     }
-    g_object_unref(invocation);
 }
 
 }  // namespace
@@ -110,6 +109,7 @@ void DBusObject::dbusHandleMethodCall(GDBusConnection* /*connection*/, const gch
     const auto start = std::chrono::steady_clock::now();
     auto* const obj = static_cast<DBusObject*>(userData);
     assert(obj != nullptr);
+    ObjectOwner<GDBusMethodInvocation> call(invocation);
 
     const auto entry = ObjectCallbacks.find(std::string_view(objectPath));
     if (entry == ObjectCallbacks.end() || entry->second == nullptr) {
@@ -117,9 +117,8 @@ void DBusObject::dbusHandleMethodCall(GDBusConnection* /*connection*/, const gch
             obj->logger.warning(Poco::format(UNRECOGNIZED_CALL, std::string(objectPath),
                                              std::string(interfaceName), std::string(methodName)));
         }
-        g_object_unref(invocation);
     } else {
-        obj->answer(methodName, parameters, invocation, *entry->second);
+        obj->answer(methodName, parameters, std::move(call), *entry->second);
     }
 
     const std::chrono::nanoseconds elapsed = std::chrono::steady_clock::now() - start;
@@ -128,7 +127,7 @@ void DBusObject::dbusHandleMethodCall(GDBusConnection* /*connection*/, const gch
 }
 
 void DBusObject::answer(const gchar* methodName, GVariant* parameters,
-                        GDBusMethodInvocation* invocation, DBusObject& receiver) {
+                        ObjectOwner<GDBusMethodInvocation> invocation, DBusObject& receiver) {
     GVariant* reply = nullptr;
     GError* error = nullptr;
     receiver.onDBusObjMessage(methodName, parameters, &reply, &error);
@@ -137,10 +136,10 @@ void DBusObject::answer(const gchar* methodName, GVariant* parameters,
         if (logger.error()) {
             log(logger, Poco::Message::PRIO_ERROR, CALL_FAILED, error->message);
         }
-        g_dbus_method_invocation_return_gerror(invocation, error);
+        g_dbus_method_invocation_return_gerror(invocation.release(), error);
     } else if (reply != nullptr) {
-        g_dbus_method_invocation_return_value(invocation, reply);
+        g_dbus_method_invocation_return_value(invocation.release(), reply);
     } else {
-        returnNothing(invocation);
+        returnNothing(*invocation);
     }
 }

@@ -11,11 +11,11 @@
 #include "support/GLibOwners.h"
 #include "tesk/ObjectBase.h"
 
-/// One object on a D-Bus connection: routes method calls to onDBusObjMessage(), turns what that
-/// leaves into replies, and emits signals.
+/// One object on a D-Bus connection. Passes method calls to onDBusObjMessage(), sends the replies,
+/// and emits signals.
 ///
-/// Objects are created, called and destroyed on the thread that runs the main context they were
-/// created in; only sendSignal() may be called from any thread.
+/// Objects are created, called and destroyed on one thread, which runs the main context. Only
+/// sendSignal() may be called from any thread.
 class DBusObject : public tesk::ObjectBase {
  public:
     /// Registers the first interface of an introspection document.
@@ -26,16 +26,16 @@ class DBusObject : public tesk::ObjectBase {
     /// @param path the object path
     /// @throws tesk::InputOutputException "error creating DBus introspection: %s" for a bad
     ///         document; "error registering object %s on DBus" when the connection refuses the
-    ///         path, for instance because it is taken
+    ///         path, for instance because another object has it
     DBusObject(const std::string& name, GDBusConnection* connection,
                const std::string& introspectionXml, const std::string& path);
 
-    /// Takes the object off the connection. Its entry in ObjectCallbacks stays: without the
-    /// registration no call reaches it any more.
+    /// Takes the object off the connection. The object's entry in ObjectCallbacks stays: without
+    /// the registration no call reaches that entry.
     ~DBusObject() override;
 
-    /// Broadcasts a signal of the object's interface. Now and then this waits for the bus, so that
-    /// signals that come faster than it takes them do not pile up in memory, nor before replies.
+    /// Broadcasts a signal of the object's interface. Now and then this waits for the bus: signals
+    /// that the bus cannot take at once would pile up in memory and delay replies.
     ///
     /// @param signalName the signal's name
     /// @param parameters its arguments, a tuple; a floating reference is consumed
@@ -43,13 +43,13 @@ class DBusObject : public tesk::ObjectBase {
     /// @return whether the signal was sent
     bool sendSignal(const std::string& signalName, GVariant* parameters, GError** error);
 
-    /// Carries out one method call. Must not throw: it leaves a reply, an error, or neither for an
-    /// empty reply.
+    /// Carries out one method call. Sets a reply, or an error, or neither for an empty reply. Must
+    /// not throw.
     ///
     /// @param method the name of the method
     /// @param parameters its arguments, borrowed
     /// @param reply set to the reply's tuple, a floating reference
-    /// @param error set to an error, which the frame then owns
+    /// @param error set to an error, which the caller frees
     virtual void onDBusObjMessage(const std::string& method, GVariant* parameters, GVariant** reply,
                                   GError** error) = 0;
 
@@ -67,14 +67,15 @@ class DBusObject : public tesk::ObjectBase {
                                      GDBusMethodInvocation* invocation, gpointer userData);
 
  private:
-    void answer(const gchar* methodName, GVariant* parameters, GDBusMethodInvocation* invocation,
-                DBusObject& receiver);
+    void answer(const gchar* methodName, GVariant* parameters,
+                ObjectOwner<GDBusMethodInvocation> invocation, DBusObject& receiver);
 
     GDBusConnection* busConnection;
     std::string objectPath;
     NodeInfoOwner nodeInfo;
     guint registrationId{0};
-    /// Touched only by the thread that counts signalsLeft down to 0, until it sets that again.
+    /// How many signals go ahead between two waits. Only the thread that counts signalsLeft down
+    /// to 0 uses it, and only before it sets signalsLeft again.
     int signalsAhead;
     std::atomic<int> signalsLeft;
 };

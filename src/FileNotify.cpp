@@ -59,31 +59,30 @@ FileNotify* FileNotify::getInstance() {
     return self;
 }
 
-FileNotify::FileNotify() : ObjectBase("file-notify"), inotifyFd(::inotify_init1(IN_NONBLOCK)) {
-    if (inotifyFd < 0) {
+FileNotify::FileNotify() : ObjectBase("file-notify"), inotify(::inotify_init1(IN_NONBLOCK)) {
+    if (!inotify.isOpen()) {
         log(logger, Poco::Message::PRIO_FATAL, INOTIFY_FAILED, errnoText());
         throw tesk::InputOutputException("error initializing inotify");
     }
-    if (::pipe(wakePipe.data()) == -1) {
+    std::array<int, 2> ends{};
+    if (::pipe(ends.data()) == -1) {
         log(logger, Poco::Message::PRIO_FATAL, PIPE_FAILED, errnoText());
         throw tesk::InputOutputException("error initializing pipe");
     }
+    wakePipe = {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
     workerThread = std::thread(&FileNotify::workerFunction, this);
 }
 
 FileNotify::~FileNotify() {
     stopRequested = true;
-    // Without this byte the worker would sleep on in poll and never be joined.
-    [[maybe_unused]] const ssize_t woken = ::write(wakePipe[1], "1", 1);
+    // Else the worker would sleep on in poll and never be joined.
+    wakeWorker();
     workerThread.join();
-    for (const int fd : {inotifyFd, wakePipe[0], wakePipe[1]}) {
-        ::close(fd);
-    }
 }
 
 int FileNotify::enableNotifications(const std::string& path, std::function<void(int)> callback) {
     const std::lock_guard<std::mutex> guard(watchesMutex);
-    const int wd = ::inotify_add_watch(inotifyFd, path.c_str(), IN_MODIFY);
+    const int wd = ::inotify_add_watch(inotify.get(), path.c_str(), IN_MODIFY);
     if (wd == -1) {
         throw tesk::InputOutputException(WATCH_FAILED(path, errnoText()));
     }
@@ -97,7 +96,7 @@ int FileNotify::enableNotifications(int fd, std::function<void(int)> callback) {
     watches[fd] = FileWatch{{}, std::move(callback), false};
     log(logger, Poco::Message::PRIO_INFORMATION, DESCRIPTOR_ADDED, fd);
     ++fdWatchCount;
-    [[maybe_unused]] const ssize_t woken = ::write(wakePipe[1], "1", 1);
+    wakeWorker();
     return fd;
 }
 
@@ -108,7 +107,7 @@ void FileNotify::disableNotifications(int key) {
         log(logger, Poco::Message::PRIO_WARNING, KEY_UNKNOWN, key);
         throw tesk::NotFoundException("file reference not found");
     }
-    // Copies: another thread that disables the same key may erase the entry meanwhile.
+    // Copies: another thread that disables the same key may erase the entry while this one waits.
     const bool isFile = entry->second.isFile;
     const std::string fileName = entry->second.fileName;
     guard.unlock();
@@ -122,8 +121,12 @@ void FileNotify::disableNotifications(int key) {
     watches.erase(key);
 }
 
+void FileNotify::wakeWorker() const {
+    [[maybe_unused]] const ssize_t written = ::write(wakePipe[1].get(), "1", 1);
+}
+
 void FileNotify::removeInotifyWatch(int key, const std::string& fileName) {
-    while (::inotify_rm_watch(inotifyFd, key) != -1) {
+    while (::inotify_rm_watch(inotify.get(), key) != -1) {
         log(logger, Poco::Message::PRIO_ERROR, REMOVAL, fileName, errnoText());
         sleepFor(REMOVAL_PAUSE);
     }
@@ -149,13 +152,13 @@ void FileNotify::workerFunction() {
     }
 }
 
-/// The wake pipe, inotify, and a slot for every descriptor watch ever added; poll passes over the
-/// slots that are left at -1.
+/// The wake pipe, inotify, and a slot for every descriptor watch ever added. Slots without a
+/// watch hold -1, which poll passes over.
 std::vector<pollfd> FileNotify::pollSet() {
     const std::lock_guard<std::mutex> guard(watchesMutex);
     std::vector<pollfd> set(fdWatchCount + 2, pollfd{-1, 0, 0});
-    set[0] = {wakePipe[0], POLLIN, 0};
-    set[1] = {inotifyFd, POLLIN, 0};
+    set[0] = {wakePipe[0].get(), POLLIN, 0};
+    set[1] = {inotify.get(), POLLIN, 0};
     std::size_t slot = 2;
     for (auto& [key, watch] : watches) {
         if (slot == set.size()) {
@@ -172,12 +175,12 @@ std::vector<pollfd> FileNotify::pollSet() {
 /// @return whether the rest of the set is to be visited
 bool FileNotify::visit(const pollfd& entry) {
     const bool isReadable = (entry.revents & POLLIN) != 0;
-    if (entry.fd == inotifyFd && isReadable) {
+    if (entry.fd == inotify.get() && isReadable) {
         return readInotify();
     }
-    if (entry.fd == wakePipe[0] && isReadable) {
+    if (entry.fd == wakePipe[0].get() && isReadable) {
         char discarded = 0;
-        [[maybe_unused]] const ssize_t taken = ::read(wakePipe[0], &discarded, 1);
+        [[maybe_unused]] const ssize_t taken = ::read(wakePipe[0].get(), &discarded, 1);
         return true;
     }
     visitDescriptor(entry);
@@ -187,7 +190,7 @@ bool FileNotify::visit(const pollfd& entry) {
 /// @return whether there was anything
 bool FileNotify::readInotify() {
     alignas(inotify_event) std::array<char, EVENT_BUFFER_SIZE> buffer;  // NOLINT(*-member-init)
-    const ssize_t size = ::read(inotifyFd, buffer.data(), buffer.size());
+    const ssize_t size = ::read(inotify.get(), buffer.data(), buffer.size());
     if (size <= 0) {
         const bool isEmpty = size == 0 || errno == EAGAIN;
         log(logger, Poco::Message::PRIO_WARNING, isEmpty ? INOTIFY_EMPTY : INOTIFY_ERROR);
@@ -217,7 +220,7 @@ void FileNotify::visitDescriptor(const pollfd& entry) {
     if (entry.revents == POLLIN) {
         watch->second.callback(entry.fd);
     } else if (watch->second.isPolled && (entry.revents & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
-        // It would be ready for ever, and the worker would never sleep again.
+        // The descriptor would be ready for ever, and the worker would never sleep again.
         watch->second.isBroken = true;
         log(logger, Poco::Message::PRIO_WARNING, DESCRIPTOR_BROKEN, entry.fd);
     }

@@ -12,23 +12,24 @@
 #include <thread>
 #include <vector>
 
+#include "support/FileDescriptor.h"
 #include "tesk/ObjectBase.h"
 
 /// Watches value files (through inotify) and device descriptors (through poll) and calls back when
-/// they change. One worker thread does it all and sleeps until something happens.
+/// they change. One worker thread watches all of them and sleeps until something happens.
 ///
-/// Callbacks run on the worker with the table of watches locked: they must not enable or disable
-/// notifications, and what they throw ends the process.
+/// Callbacks run on the worker thread while the table of watches is locked: they must not enable or
+/// disable notifications. An exception of a callback ends the process.
 class FileNotify : public tesk::ObjectBase {
  public:
-    /// The one instance of the process, made by the first call and never destroyed. That call must
-    /// come before there are other threads: one that races it may get a null pointer.
+    /// The one instance of the process, made by the first call and never destroyed. The first call
+    /// must come before there are other threads: a call that races it may get a null pointer.
     static FileNotify* getInstance();
 
     /// Starts the worker.
     ///
     /// @throws tesk::InputOutputException "error initializing inotify" or "error initializing
-    ///         pipe"; the reason is in the log
+    ///         pipe"; the log tells the reason
     FileNotify();
 
     /// Ends the worker and waits for it.
@@ -43,18 +44,18 @@ class FileNotify : public tesk::ObjectBase {
     /// @throws tesk::InputOutputException "error enabling notification for file '%s': %s"
     int enableNotifications(const std::string& path, std::function<void(int)> callback);
 
-    /// Calls back whenever a descriptor is readable and nothing else. One that reports an error or
-    /// a hang-up is not watched any longer; a warning says so.
+    /// Calls back whenever a descriptor is readable and nothing else. The watch of a descriptor
+    /// that reports an error or a hang-up ends; a warning says so.
     ///
-    /// @param fd borrowed; to stay open as long as it is watched
+    /// @param fd borrowed; must stay open as long as it is watched
     /// @param callback called with the descriptor
     /// @return the key of the watch, which is `fd`
     int enableNotifications(int fd, std::function<void(int)> callback);
 
     /// Ends a watch. For a file this takes a tenth of a second and logs one line at error. A last
-    /// callback may still come until it returns.
+    /// callback may run until this returns.
     ///
-    /// @throws tesk::NotFoundException "file reference not found"; the key is in the log
+    /// @throws tesk::NotFoundException "file reference not found"; the log tells the key
     void disableNotifications(int key);
 
     /// What the worker thread runs.
@@ -66,12 +67,13 @@ class FileNotify : public tesk::ObjectBase {
         std::string fileName;
         std::function<void(int)> callback;
         bool isFile{false};
-        /// In the poll set of the present cycle; what was polled before under the same number was
-        /// another descriptor.
+        /// Whether the present poll set holds this watch. The set may instead hold an earlier watch
+        /// of the same number, of another descriptor.
         bool isPolled{false};
         bool isBroken{false};
     };
 
+    void wakeWorker() const;
     std::vector<pollfd> pollSet();
     bool visit(const pollfd& entry);
     bool readInotify();
@@ -80,8 +82,9 @@ class FileNotify : public tesk::ObjectBase {
 
     std::thread workerThread;
     std::atomic<bool> stopRequested{false};
-    int inotifyFd;
-    std::array<int, 2> wakePipe{};
+    FileDescriptor inotify;
+    /// The read end and the write end.
+    std::array<FileDescriptor, 2> wakePipe;
     std::mutex watchesMutex;
     std::map<int, FileWatch> watches;
     std::size_t fdWatchCount{0};

@@ -25,7 +25,7 @@ int FileRegister::readValue() {
 
 void FileRegister::writeValue(int newValue) {
     Register::writeValue(newValue);
-    requireValidValue(*driver, *this, newValue);
+    DriverAccess::requireValidValue(*driver, *this, newValue);
     if (fileName.empty()) {
         driver->specificWriteValue(getType(), newValue, getIndex());
     } else {

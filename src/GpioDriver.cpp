@@ -13,6 +13,7 @@
 
 #include "FileNotify.h"
 #include "support/DriverRefusal.h"
+#include "support/FileDescriptor.h"
 #include "support/Log.h"
 #include "tesk/Exceptions.h"
 
@@ -28,30 +29,28 @@ constexpr Pattern<int, unsigned, std::string, int> NUMBER_IS_LOW(
 constexpr unsigned RTS_LINE = 200;
 constexpr unsigned CTS_LINE = 201;
 
-/// The keys of watched files count up from 1 and share the notifier's table with descriptors. No
-/// device has so many files.
+/// The notifier keeps files and descriptors in one table. The keys of files count up from 1, and no
+/// device has this many files.
 constexpr int LOWEST_DESCRIPTOR = 4096;
 
-/// Puts a descriptor that is never ready in the place of another; false where that fails.
+/// Replaces a descriptor by one that is never ready. Returns false when that fails.
 bool silence(int fd) {
-    const int quiet = ::eventfd(0, EFD_CLOEXEC);
-    const bool done = ::dup3(quiet, fd, O_CLOEXEC) != -1;
-    ::close(quiet);
-    return done;
+    const FileDescriptor quiet(::eventfd(0, EFD_CLOEXEC));
+    return ::dup3(quiet.get(), fd, O_CLOEXEC) != -1;
 }
 
-/// Ends the watch of a line whose driver goes.
+/// Ends the watch of a line whose driver is destroyed.
 void endWatch(int key, bool isDuplicate) {
     FileNotify& notifier = *FileNotify::getInstance();
     if (isDuplicate && silence(key)) {
-        // Takes the place of the driver's callback, and wakes the notifier, which would otherwise
-        // hold the line for as long as it sleeps.
+        // Replaces the driver's callback and wakes the notifier. A sleeping notifier would hold the
+        // line for as long as it sleeps.
         notifier.enableNotifications(key, [](int /*fd*/) {});
         return;
     }
     try {
         notifier.disableNotifications(key);
-    } catch (const tesk::NotFoundException&) {  // NOLINT(bugprone-empty-catch): it has ended
+    } catch (const tesk::NotFoundException&) {  // NOLINT(bugprone-empty-catch): the watch has ended
     }
 }
 
@@ -63,8 +62,8 @@ struct [[gnu::visibility("hidden")]] GpioDriver::GpioInfo {
     int index;
     gpiod::line line;
     std::function<void(int)> callback;
-    /// What the notifier polls; -1 without a watch. A duplicate stays open for good: the notifier
-    /// must not poll a number that has been given to another file.
+    /// What the notifier polls; -1 without a watch. A duplicate stays open for good: its number
+    /// must not go to another file while the notifier may still poll it.
     int watchKey{-1};
     bool isDuplicate{false};
 };

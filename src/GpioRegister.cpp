@@ -20,7 +20,7 @@ int GpioRegister::readValue() {
 }
 
 void GpioRegister::writeValue(int newValue) {
-    requireValidValue(*driver, *this, newValue);
+    DriverAccess::requireValidValue(*driver, *this, newValue);
     Register::writeValue(newValue);
     driver->specificWriteValue(getType(), newValue, getIndex());
 }

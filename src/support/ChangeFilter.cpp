@@ -3,12 +3,15 @@
 
 #include <utility>
 
+#include "GLibOwners.h"
+
 ChangeFilter::ChangeFilter(std::string interface, std::string signal)
     : interfaceName(std::move(interface)), signalName(std::move(signal)) {}
 
 void ChangeFilter::attach(const std::shared_ptr<ChangeFilter>& filter,
                           GDBusConnection* connection) {
-    // GDBus's thread may be in the filter when the connection ends: it says when it is done.
+    // GDBus's thread may run the filter while the connection ends: a share keeps the filter alive
+    // until GDBus has done with it.
     using Share = std::shared_ptr<ChangeFilter>;
     g_dbus_connection_add_filter(
         connection,
@@ -17,7 +20,7 @@ void ChangeFilter::attach(const std::shared_ptr<ChangeFilter>& filter,
             if (incoming == FALSE || !(*static_cast<Share*>(share))->drops(message)) {
                 return message;
             }
-            g_object_unref(message);
+            const ObjectOwner<GDBusMessage> dropped(message);
             return nullptr;
         },
         new Share(filter), [](gpointer share) { delete static_cast<Share*>(share); });

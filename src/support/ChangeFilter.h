@@ -8,14 +8,13 @@
 #include <set>
 #include <string>
 
-/// Drops change signals that no callback waits for as soon as they come in.
+/// Drops incoming change signals that no callback waits for.
 ///
-/// GDBus queues every signal of a subscription until the application runs its main context; in an
-/// application that only reads and writes, which never does so, the queue would grow without end.
+/// GDBus queues every signal of a subscription until the application runs its main context. An
+/// application that only reads and writes never runs it, and the queue would grow without end.
 ///
-/// The filter runs on GDBus's own thread. It has a lock of its own, which is never held while an
-/// application's callback runs, so that such a callback can wait for an answer that the same thread
-/// must bring in.
+/// The filter runs on GDBus's own thread. Its lock is never held while an application's callback
+/// runs. Such a callback may therefore wait for a reply, which the same thread has to receive.
 class ChangeFilter {
  public:
     /// @param interface the interface of the signal

@@ -17,3 +17,7 @@ using VariantOwner = std::unique_ptr<GVariant, GLibRelease<GVariant, g_variant_u
 using NodeInfoOwner =
     std::unique_ptr<GDBusNodeInfo, GLibRelease<GDBusNodeInfo, g_dbus_node_info_unref>>;
 using StringOwner = std::unique_ptr<gchar, GLibRelease<gchar, g_free>>;
+
+/// Owns one reference to a GObject: a connection, a proxy, a message, an invocation.
+template <typename T>
+using ObjectOwner = std::unique_ptr<T, GLibRelease<T, g_object_unref>>;

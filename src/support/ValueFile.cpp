@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "FileDescriptor.h"
 #include "Pattern.h"
 #include "tesk/Exceptions.h"
 
@@ -18,36 +19,18 @@ namespace {
 constexpr Pattern<std::string> READ_OPEN_FAILED("error opening file '%s' for reading");
 constexpr Pattern<std::string> WRITE_OPEN_FAILED("error opening file '%s' for writing");
 
-/// Owns a file descriptor.
-class Descriptor {
- public:
-    explicit Descriptor(int openedFd) : fd(openedFd) {}
-    ~Descriptor() {
-        if (fd >= 0) {
-            ::close(fd);
-        }
+ssize_t readSome(const FileDescriptor& file, char* buffer, std::size_t size) {
+    ssize_t got = 0;
+    do {
+        got = ::read(file.get(), buffer, size);
+    } while (got < 0 && errno == EINTR);
+    return got;
+}
+
+void writeOnce(const FileDescriptor& file, const char* text, std::size_t size) {
+    while (::write(file.get(), text, size) < 0 && errno == EINTR) {
     }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    bool isOpen() const { return fd >= 0; }
-
-    ssize_t read(char* buffer, std::size_t size) const {
-        ssize_t got = 0;
-        do {
-            got = ::read(fd, buffer, size);
-        } while (got < 0 && errno == EINTR);
-        return got;
-    }
-
-    void write(const char* text, std::size_t size) const {
-        while (::write(fd, text, size) < 0 && errno == EINTR) {
-        }
-    }
-
- private:
-    int fd;
-};
+}
 
 bool isBlank(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
@@ -90,8 +73,10 @@ class NumberReader {
 
 }  // namespace
 
-int ValueFile::read(const std::string& path) {
-    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+namespace ValueFile {
+
+int read(const std::string& path) {
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!file.isOpen()) {
         throw tesk::InputOutputException(READ_OPEN_FAILED(path));
     }
@@ -99,7 +84,7 @@ int ValueFile::read(const std::string& path) {
     std::array<char, 64> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init): read fills it
     ssize_t got = 0;
     do {
-        got = file.read(buffer.data(), buffer.size());
+        got = readSome(file, buffer.data(), buffer.size());
     } while (got > 0 && number.take(buffer.data(), buffer.data() + got));
     if (got < 0 && errno == EISDIR) {
         throw tesk::InputOutputException(READ_OPEN_FAILED(path));
@@ -107,12 +92,14 @@ int ValueFile::read(const std::string& path) {
     return number.value();
 }
 
-void ValueFile::write(const std::string& path, int value) {
-    const Descriptor file(::open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
+void write(const std::string& path, int value) {
+    const FileDescriptor file(::open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
     if (!file.isOpen()) {
         throw tesk::InputOutputException(WRITE_OPEN_FAILED(path));
     }
     std::array<char, 12> text{};
     const char* const end = std::to_chars(text.data(), text.data() + text.size(), value).ptr;
-    file.write(text.data(), static_cast<std::size_t>(end - text.data()));
+    writeOnce(file, text.data(), static_cast<std::size_t>(end - text.data()));
 }
+
+}  // namespace ValueFile
