@@ -82,8 +82,8 @@ RegisterType parseType(const std::string& name) {
 
 std::vector<std::string> typeNames() {
     std::vector<std::string> names;
-    for (int number = 0; number <= static_cast<int>(RegisterType::UNKNOWN); ++number) {
-        names.push_back(getTypeName(static_cast<RegisterType>(number)));
+    for (const RegisterType type : getAllTypes()) {
+        names.push_back(getTypeName(type));
     }
     return names;
 }

@@ -53,8 +53,7 @@ std::unique_ptr<IoMapping> waitForService(std::chrono::duration<double> time) {
 
 Status ask(IoMapping& io) {
     Status status;
-    for (int number = 0; number <= static_cast<int>(RegisterType::UNKNOWN); ++number) {
-        const auto type = static_cast<RegisterType>(number);
+    for (const RegisterType type : getAllTypes()) {
         const std::vector<int> addresses = io.getAddrsPerType(type);
         if (addresses.empty()) {
             continue;

@@ -48,12 +48,8 @@ std::vector<int> addressesOf(IoMapping& io, const std::vector<RegisterType>& typ
         const std::vector<int> found = io.getAddrsPerType(type);
         addresses.insert(addresses.end(), found.begin(), found.end());
     };
-    std::for_each(types.begin(), types.end(), add);
-    if (types.empty()) {
-        for (int number = 0; number <= static_cast<int>(RegisterType::UNKNOWN); ++number) {
-            add(static_cast<RegisterType>(number));
-        }
-    }
+    const std::vector<RegisterType>& wanted = types.empty() ? getAllTypes() : types;
+    std::for_each(wanted.begin(), wanted.end(), add);
     std::sort(addresses.begin(), addresses.end());
     addresses.erase(std::unique(addresses.begin(), addresses.end()), addresses.end());
     return addresses;

@@ -4,8 +4,9 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
-/// The kinds of register. The numbers travel over D-Bus and never change.
+/// The types of register. The numbers travel over D-Bus and never change.
 enum class RegisterType : std::int32_t {
     RELAY = 0,              ///< Relay: 0 off, 1 on.
     OUTPUT_DIGITAL = 1,     ///< Digital output; no driver serves it.
@@ -37,22 +38,29 @@ enum class RegisterType : std::int32_t {
     ENABLE_ANALOG = 27,               ///< Whether an analog input measures: 0 or 1.
     RESERVED = 28,                    ///< An address kept free: reads 0, refuses writes.
     VIRTUAL = 29,                     ///< Keeps what is written to it.
-    UNKNOWN = 30,                     ///< The name of numbers that are no kind.
+    UNKNOWN = 30,                     ///< What getTypeName() calls every other number.
 };
 
-/// The name of a kind, as the map file and all messages spell it ("relay", "input_digital").
+/// The name of a type, as the map file and all messages spell it ("relay", "input_digital").
 ///
 /// Callable from any thread.
 ///
-/// @param type the kind; any number cast to the enumeration is allowed
-/// @return the name, valid until the process exits; "unknown" for a number that is no kind
+/// @param type the type; any number cast to the enumeration is allowed
+/// @return the name, valid until the process exits; "unknown" for a number that is no type
 [[gnu::visibility("default")]] const std::string& getTypeName(RegisterType type);
 
-/// The kind with a name. The match is exact: case counts, and so do blanks.
+/// The type with a name. The match is exact: case counts, and so do blanks.
 ///
 /// Callable from any thread.
 ///
 /// @param name the name as getTypeName() gives it
-/// @return the kind
-/// @throws tesk::NotFoundException "IO type '%s' not found": no kind has this name
+/// @return the type
+/// @throws tesk::NotFoundException "IO type '%s' not found": no type has this name
 [[gnu::visibility("default")]] RegisterType getTypeFromName(const std::string& name);
+
+/// Every type, UNKNOWN included, in ascending order of the numbers.
+///
+/// Callable from any thread.
+///
+/// @return the types, valid until the process exits
+[[gnu::visibility("default")]] const std::vector<RegisterType>& getAllTypes();

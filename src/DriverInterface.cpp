@@ -2,6 +2,7 @@
 #include "DriverInterface.h"
 
 #include "support/Pattern.h"
+#include "support/StartOrder.h"
 
 namespace {
 
@@ -10,9 +11,10 @@ constexpr Pattern<std::string, int> LOGGER_NAME("%s-%d-driver");
 
 }  // namespace
 
-const std::map<DriverInterface::Driver, std::string> DriverInterface::driverToStringMap{
-    {VADU, "vadu"}, {KR62, "kr62"}, {PD5, "pd5"}, {SPECIAL, "special"}, {GPIOCHIP, "gpiochip"},
-};
+const std::map<DriverInterface::Driver, std::string> DriverInterface::driverToStringMap
+    [[gnu::init_priority(StartOrder::CONSTANTS)]]{
+        {VADU, "vadu"}, {KR62, "kr62"}, {PD5, "pd5"}, {SPECIAL, "special"}, {GPIOCHIP, "gpiochip"},
+    };
 
 DriverInterface::DriverInterface(Driver driver, int index)
     : ObjectBase(LOGGER_NAME(driverToStringMap.at(driver), index)),

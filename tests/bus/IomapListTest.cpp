@@ -55,8 +55,8 @@ class IomapListTest : public IomapFixture {
     /// @return the number of registers
     static std::size_t makeCallsOfList(IoMapping& io) {
         std::vector<int> addresses;
-        for (int type = 0; type <= static_cast<int>(RegisterType::UNKNOWN); ++type) {
-            const auto found = io.getAddrsPerType(static_cast<RegisterType>(type));
+        for (const RegisterType type : getAllTypes()) {
+            const auto found = io.getAddrsPerType(type);
             addresses.insert(addresses.end(), found.begin(), found.end());
         }
         for (const int address : addresses) {

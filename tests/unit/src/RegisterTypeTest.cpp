@@ -1,13 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include "RegisterType.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <array>
+#include <set>
+#include <vector>
 
 #include "tesk/Exceptions.h"
 
 namespace {
+
+using testing::ElementsAreArray;
 
 /// The names by number, as clients on the bus know them.
 constexpr std::array<const char*, 31> NAMES{
@@ -44,6 +48,64 @@ constexpr std::array<const char*, 31> NAMES{
     "unknown",
 };
 
+/// Whether the enumeration has a number. The compiler refuses a switch that misses one of its
+/// types.
+bool isEnumerated(int number) {
+    switch (static_cast<RegisterType>(number)) {
+        case RegisterType::RELAY:
+        case RegisterType::OUTPUT_DIGITAL:
+        case RegisterType::INPUT_DIGITAL:
+        case RegisterType::PULLUP:
+        case RegisterType::INPUT_COUNTER:
+        case RegisterType::INPUT_ANALOG:
+        case RegisterType::RTS:
+        case RegisterType::CTS:
+        case RegisterType::SENSOR_TEMP_VALUE:
+        case RegisterType::SENSOR_TEMP_ADDRESS_LOWER:
+        case RegisterType::SENSOR_TEMP_ADDRESS_HIGHER:
+        case RegisterType::DEVICE_CURRENT:
+        case RegisterType::DEVICE_VOLTAGE:
+        case RegisterType::CPU_TEMP:
+        case RegisterType::UPTIME:
+        case RegisterType::USB_ENABLE:
+        case RegisterType::COLOR_LED:
+        case RegisterType::BRIGHTNESS_LED:
+        case RegisterType::HW_TYPE:
+        case RegisterType::FW_VERSION:
+        case RegisterType::COUNT_SERIALS:
+        case RegisterType::COUNT_RELAYS:
+        case RegisterType::COUNT_OUTPUTS:
+        case RegisterType::COUNT_INPUTS:
+        case RegisterType::COUNT_ANALOG_OUTPUTS:
+        case RegisterType::COUNT_ANALOG_INPUTS:
+        case RegisterType::PD5_DETECTED:
+        case RegisterType::ENABLE_ANALOG:
+        case RegisterType::RESERVED:
+        case RegisterType::VIRTUAL:
+        case RegisterType::UNKNOWN:
+            return true;
+    }
+    return false;
+}
+
+TEST(RegisterTypeTest, AllTypesAreThoseOfTheEnumerationInAscendingOrder) {
+    std::vector<RegisterType> expected;
+    for (int number = -1000; number <= 1000; ++number) {
+        if (isEnumerated(number)) {
+            expected.push_back(static_cast<RegisterType>(number));
+        }
+    }
+    EXPECT_THAT(getAllTypes(), ElementsAreArray(expected));
+    EXPECT_EQ(getAllTypes().size(), NAMES.size());
+}
+
+TEST(RegisterTypeTest, EveryTypeHasANameOfItsOwn) {
+    std::set<std::string> names;
+    for (const RegisterType type : getAllTypes()) {
+        EXPECT_TRUE(names.insert(getTypeName(type)).second) << getTypeName(type);
+    }
+}
+
 TEST(RegisterTypeTest, EveryNumberHasItsName) {
     for (std::size_t number = 0; number < NAMES.size(); ++number) {
         EXPECT_EQ(getTypeName(static_cast<RegisterType>(number)), NAMES.at(number));
@@ -56,7 +118,7 @@ TEST(RegisterTypeTest, EveryNameLeadsBackToItsNumber) {
     }
 }
 
-TEST(RegisterTypeTest, ANumberThatIsNoKindIsNamedUnknown) {
+TEST(RegisterTypeTest, ANumberThatIsNoTypeIsNamedUnknown) {
     for (const int number : {31, 99, -1, -2147483647}) {
         EXPECT_EQ(getTypeName(static_cast<RegisterType>(number)), "unknown");
     }
