@@ -4,8 +4,8 @@
 #include <string>
 #include <utility>
 
+#include "BusContract.h"
 #include "Failure.h"
-#include "Server.h"
 
 ServiceWatch::ServiceWatch() {
     GError* error = nullptr;
@@ -18,7 +18,7 @@ ServiceWatch::ServiceWatch() {
     // Else the loss of the bus would kill the program without a word.
     g_dbus_connection_set_exit_on_close(connection, FALSE);
     closedId = g_signal_connect(connection, "closed", G_CALLBACK(onClosed), this);
-    watchId = g_bus_watch_name_on_connection(connection, Server::DBUS_SERVICE_NAME.c_str(),
+    watchId = g_bus_watch_name_on_connection(connection, BusContract::SERVICE_NAME,
                                              G_BUS_NAME_WATCHER_FLAGS_NONE, onCame, onWent, this,
                                              nullptr);
 }

@@ -7,8 +7,7 @@
 #include <mutex>
 #include <string>
 
-#include "RegisterMap.h"
-#include "Server.h"
+#include "BusContract.h"
 #include "support/ChangeFilter.h"
 #include "support/GLibOwners.h"
 #include "support/Pattern.h"
@@ -22,7 +21,6 @@ constexpr Pattern<std::string> PROXY_FAILED("Error creating service proxy: %s");
 constexpr Pattern<std::string> CALL_FAILED("Error calling method: %s");
 constexpr Pattern<std::string> REPLY_UNEXPECTED("the service has replied with the type '%s'");
 
-constexpr const char* CHANGE_SIGNAL = "OnValueChange";
 constexpr int CALL_TIMEOUT_MS = 5000;
 
 /// A proxy that neither loads properties nor queues signals of its own.
@@ -34,41 +32,36 @@ constexpr auto PROXY_FLAGS = static_cast<GDBusProxyFlags>(
     throw tesk::InputOutputException(pattern(error->message));
 }
 
-struct ConnectionRelease {
+struct ConnectionClose {
     void operator()(GDBusConnection* connection) const {
-        // Somebody may still hold a reference, the probe of a liveness check does for good.
+        const ObjectOwner<GDBusConnection> reference(connection);
+        // The probe of a liveness check keeps a reference for good: closing cannot wait for it.
         g_dbus_connection_close_sync(connection, nullptr, nullptr);
-        g_object_unref(connection);
     }
 };
-using ConnectionOwner = std::unique_ptr<GDBusConnection, ConnectionRelease>;
+using ConnectionOwner = std::unique_ptr<GDBusConnection, ConnectionClose>;
 
-struct ProxyRelease {
-    void operator()(GDBusProxy* proxy) const { g_object_unref(proxy); }
-};
-using ProxyOwner = std::unique_ptr<GDBusProxy, ProxyRelease>;
-
-/// A connection of the object's own: a filter on the shared one would see the messages of other
-/// code in the application, and losing the shared one ends the application.
-GDBusConnection* connectToSystemBus() {
+/// A connection of the object's own. A filter on the shared connection would see the messages of
+/// other code in the application, and the loss of the shared connection ends the application.
+ConnectionOwner connectToSystemBus() {
     GError* error = nullptr;
     const StringOwner address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &error));
     if (!address) {
         fail(BUS_FAILED, error);
     }
-    GDBusConnection* connection = g_dbus_connection_new_for_address_sync(
+    ConnectionOwner connection(g_dbus_connection_new_for_address_sync(
         address.get(),
         static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                           G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-        nullptr, nullptr, &error);
-    if (connection == nullptr) {
+        nullptr, nullptr, &error));
+    if (!connection) {
         fail(BUS_FAILED, error);
     }
     return connection;
 }
 
-/// Each object gives back a reference to the default main context that it has not taken. The
-/// library takes one for it, or the context would be freed under everybody's feet.
+/// Takes the reference to the default main context that the destructor of each object gives back.
+/// Without it the context would be freed while others use it.
 void holdDefaultContextForOneObject() {
     g_main_context_ref(g_main_context_default());
 }
@@ -112,7 +105,7 @@ struct IoMapping::State {
 
     ConnectionOwner connection;
     NodeInfoOwner nodeInfo;
-    ProxyOwner proxy;
+    ObjectOwner<GDBusProxy> proxy;
     GMainContext* mainContext{nullptr};
     guint subscriptionId{0};
     std::mutex lock;
@@ -122,23 +115,22 @@ struct IoMapping::State {
 
 IoMapping::State::State() : connection(connectToSystemBus()) {
     GError* error = nullptr;
-    nodeInfo.reset(
-        g_dbus_node_info_new_for_xml(RegisterMap::DBUS_INTROSPECTION_XML.c_str(), &error));
+    nodeInfo.reset(g_dbus_node_info_new_for_xml(BusContract::INTROSPECTION_XML, &error));
     if (!nodeInfo) {
         fail(INTROSPECTION_FAILED, error);
     }
     const char* const interfaceName = nodeInfo->interfaces[0]->name;
-    proxy.reset(g_dbus_proxy_new_sync(
-        connection.get(), PROXY_FLAGS, nullptr, Server::DBUS_SERVICE_NAME.c_str(),
-        RegisterMap::DBUS_OBJECT_NAME.c_str(), interfaceName, nullptr, &error));
+    proxy.reset(g_dbus_proxy_new_sync(connection.get(), PROXY_FLAGS, nullptr,
+                                      BusContract::SERVICE_NAME, BusContract::OBJECT_PATH,
+                                      interfaceName, nullptr, &error));
     if (!proxy) {
         fail(PROXY_FAILED, error);
     }
-    filter = std::make_shared<ChangeFilter>(interfaceName, CHANGE_SIGNAL);
+    filter = std::make_shared<ChangeFilter>(interfaceName, BusContract::CHANGE_SIGNAL);
     ChangeFilter::attach(filter, connection.get());
     subscriptionId = g_dbus_connection_signal_subscribe(
-        connection.get(), Server::DBUS_SERVICE_NAME.c_str(), interfaceName, CHANGE_SIGNAL, nullptr,
-        nullptr, G_DBUS_SIGNAL_FLAGS_NONE, onSignal, this, nullptr);
+        connection.get(), BusContract::SERVICE_NAME, interfaceName, BusContract::CHANGE_SIGNAL,
+        nullptr, nullptr, G_DBUS_SIGNAL_FLAGS_NONE, onSignal, this, nullptr);
     holdDefaultContextForOneObject();
     mainContext = g_main_context_default();
 }
@@ -155,22 +147,22 @@ IoMapping::State::~State() {
 
 VariantOwner IoMapping::State::call(const char* method, GVariant* parameters,
                                     const char* replyType) const {
-    // By name, not through g_dbus_proxy_call_sync(): the proxy calls the owner it has last heard
-    // of, and in an application that never runs the main context that is a service long gone.
+    // By name, not through g_dbus_proxy_call_sync(): the proxy calls the last owner of the name
+    // that it has heard of. In an application that never runs the main context it hears of no new
+    // owner.
     GError* error = nullptr;
-    GVariant* reply = g_dbus_connection_call_sync(
+    VariantOwner reply(g_dbus_connection_call_sync(
         connection.get(), g_dbus_proxy_get_name(proxy.get()),
         g_dbus_proxy_get_object_path(proxy.get()), g_dbus_proxy_get_interface_name(proxy.get()),
-        method, parameters, nullptr, G_DBUS_CALL_FLAGS_NONE, CALL_TIMEOUT_MS, nullptr, &error);
-    if (reply == nullptr) {
+        method, parameters, nullptr, G_DBUS_CALL_FLAGS_NONE, CALL_TIMEOUT_MS, nullptr, &error));
+    if (!reply) {
         fail(CALL_FAILED, error);
     }
-    VariantOwner owner(reply);
-    if (g_variant_is_of_type(reply, G_VARIANT_TYPE(replyType)) == FALSE) {
+    if (g_variant_is_of_type(reply.get(), G_VARIANT_TYPE(replyType)) == FALSE) {
         throw tesk::InputOutputException(
-            CALL_FAILED(REPLY_UNEXPECTED(g_variant_get_type_string(reply))));
+            CALL_FAILED(REPLY_UNEXPECTED(g_variant_get_type_string(reply.get()))));
     }
-    return owner;
+    return reply;
 }
 
 void IoMapping::State::onSignal(GDBusConnection* /*connection*/, const gchar* /*sender*/,
@@ -178,7 +170,7 @@ void IoMapping::State::onSignal(GDBusConnection* /*connection*/, const gchar* /*
                                 const gchar* signalName, GVariant* parameters, gpointer userData) {
     auto* const state = static_cast<State*>(userData);
     if (state == nullptr || g_strcmp0(interfaceName, state->nodeInfo->interfaces[0]->name) != 0 ||
-        g_strcmp0(signalName, CHANGE_SIGNAL) != 0) {
+        g_strcmp0(signalName, BusContract::CHANGE_SIGNAL) != 0) {
         return;
     }
     gint32 address = 0;
@@ -196,21 +188,21 @@ IoMapping::IoMapping() : state(std::make_unique<State>()) {}
 IoMapping::~IoMapping() = default;
 
 bool IoMapping::isAlive() {
-    // The probe of a successful check is never released.
-    GDBusProxy* probe =
-        g_dbus_proxy_new_sync(state->connection.get(), PROXY_FLAGS, nullptr, "org.freedesktop.DBus",
-                              "/", "org.freedesktop.DBus", nullptr, nullptr);
-    if (probe == nullptr) {
+    ObjectOwner<GDBusProxy> probe(g_dbus_proxy_new_sync(state->connection.get(), PROXY_FLAGS,
+                                                        nullptr, "org.freedesktop.DBus", "/",
+                                                        "org.freedesktop.DBus", nullptr, nullptr));
+    if (!probe) {
         return false;
     }
-    const VariantOwner reply(
-        g_dbus_proxy_call_sync(probe, "GetConnectionUnixProcessID",
-                               g_variant_new("(s)", Server::DBUS_SERVICE_NAME.c_str()),
-                               G_DBUS_CALL_FLAGS_NONE, CALL_TIMEOUT_MS, nullptr, nullptr));
+    const VariantOwner reply(g_dbus_proxy_call_sync(
+        probe.get(), "GetConnectionUnixProcessID", g_variant_new("(s)", BusContract::SERVICE_NAME),
+        G_DBUS_CALL_FLAGS_NONE, CALL_TIMEOUT_MS, nullptr, nullptr));
     if (!reply) {
-        g_object_unref(probe);
+        return false;
     }
-    return reply != nullptr;
+    // The probe of a successful check is kept for good.
+    [[maybe_unused]] const GDBusProxy* const kept = probe.release();
+    return true;
 }
 
 bool IoMapping::run(bool mayBlock) {

@@ -6,10 +6,12 @@
 #include <cassert>
 #include <cstdlib>
 
+#include "BusContract.h"
 #include "EndProcess.h"
 #include "RegisterMap.h"
 #include "support/ExceptionText.h"
 #include "support/Log.h"
+#include "support/StartOrder.h"
 #include "tesk/Exceptions.h"
 
 namespace {
@@ -18,7 +20,7 @@ constexpr Pattern<> NAME_REQUEST_FAILED("failed to request name on bus");
 constexpr Pattern<> BUS_ACQUIRED("DBus was acquired with success");
 constexpr Pattern<std::string> NAME_ACQUIRED("%s was acquired on DBus");
 constexpr Pattern<std::string> NAME_LOST("%s was lost on DBus");
-constexpr Pattern<std::string> MAP_FAILED("%s");
+constexpr Pattern<std::string> MAP_NOT_LOADED("%s");
 
 constexpr Pattern<> BUS_UNREACHABLE(
     "the system bus cannot be reached: start dbus-daemon, or set DBUS_SYSTEM_BUS_ADDRESS");
@@ -28,11 +30,12 @@ constexpr Pattern<std::string> NAME_REFUSED(
 
 }  // namespace
 
-const std::string Server::DBUS_SERVICE_NAME = "org.mirel.IoMapping";
+const std::string Server::DBUS_SERVICE_NAME [[gnu::init_priority(StartOrder::CONSTANTS)]] =
+    BusContract::SERVICE_NAME;
 
 Server::Server(const std::string& mapFilePath, DriverManager& manager)
     : ObjectBase(SharedLogger{}, "server"),
-      ownerId(g_bus_own_name(G_BUS_TYPE_SYSTEM, DBUS_SERVICE_NAME.c_str(),
+      ownerId(g_bus_own_name(G_BUS_TYPE_SYSTEM, BusContract::SERVICE_NAME,
                              G_BUS_NAME_OWNER_FLAGS_ALLOW_REPLACEMENT, dbusOnBusAcquired,
                              dbusOnNameAcquired, dbusOnNameLost, this, nullptr)),
       driverManager(manager),
@@ -55,7 +58,7 @@ void Server::run() {
 void Server::dbusOnBusAcquired(GDBusConnection* connection, const char* /*name*/, void* userData) {
     auto* const obj = static_cast<Server*>(userData);
     assert(obj != nullptr);
-    // GDBus would otherwise raise SIGTERM when the bus goes, and the exit status would be its.
+    // Else GDBus would raise SIGTERM when the bus goes, and the exit status would not be 1.
     g_dbus_connection_set_exit_on_close(connection, FALSE);
     log(obj->logger, Poco::Message::PRIO_INFORMATION, BUS_ACQUIRED);
     try {
@@ -63,7 +66,7 @@ void Server::dbusOnBusAcquired(GDBusConnection* connection, const char* /*name*/
             std::make_unique<RegisterMap>(connection, obj->mapPath, obj->driverManager);
         obj->registerMap->parse();
     } catch (const std::exception& e) {
-        log(obj->logger, Poco::Message::PRIO_FATAL, MAP_FAILED, exceptionText(e));
+        log(obj->logger, Poco::Message::PRIO_FATAL, MAP_NOT_LOADED, exceptionText(e));
         endProcess(EXIT_FAILURE);
     }
 }

@@ -14,7 +14,8 @@ import xml.etree.ElementTree as ElementTree
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 # What a header of ours must show there; proof that the headers are read at all.
 EXPECTED = {"IoMapping::readValue", "Server::run", "getTypeName", "endProcess", "RegisterType::RELAY",
-            "GpioDriver::GpioDriver", "tesk::ParseException", "InfoIo::relays"}
+            "GpioDriver::GpioDriver", "tesk::ParseException", "InfoIo::relays",
+            "BusContract::SERVICE_NAME", "getAllTypes"}
 
 
 def described(element):
@@ -43,7 +44,7 @@ def reference(directory):
         for compound in ElementTree.parse(file).getroot().iter("compounddef"):
             if compound.get("kind") in ("class", "struct"):
                 yield compound.findtext("compoundname"), described(compound)
-            if compound.get("kind") in ("class", "struct", "file"):
+            if compound.get("kind") in ("class", "struct", "file", "namespace"):
                 yield from names_in(compound)
 
 
