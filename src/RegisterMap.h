@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <Poco/JSON/Array.h>
-#include <Poco/JSON/Object.h>
+#include <Poco/SharedPtr.h>
 
-#include <array>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,9 +11,16 @@
 #include "DriverManager.h"
 #include "Register.h"
 
-/// All registers of the device, sorted by address, and their face on D-Bus.
+namespace Poco::JSON {
+class Object;
+}
+namespace MapFile {
+struct Field;
+}
+
+/// All registers of the device, sorted by address, as one object on D-Bus.
 ///
-/// Filled once by parse(), on the thread that serves D-Bus, and only read afterwards.
+/// parse() fills the map once, on the thread that serves D-Bus. Afterwards the map is only read.
 /// createNotification() may be called from any thread.
 class RegisterMap : public DBusObject {
  public:
@@ -25,7 +29,7 @@ class RegisterMap : public DBusObject {
     /// The description of the interface "org.mirel.Register".
     static const std::string DBUS_INTROSPECTION_XML;
 
-    /// Puts an empty map on the bus; the file is not read yet.
+    /// Puts an empty map on the bus. The file is not read yet.
     ///
     /// @param connection borrowed; must outlive the map
     /// @param mapFilePath the JSON map file
@@ -35,13 +39,12 @@ class RegisterMap : public DBusObject {
                 DriverManager& manager);
     ~RegisterMap() override;
 
-    /// Reads the map file and creates its registers. The first bad field ends the load; what was
-    /// created before stays. Whatever fails, a line at notice says in which file and field.
+    /// Reads the map file and creates its registers. The first bad field ends the load; the
+    /// registers created before it stay. Every failure logs one line at notice, which names the
+    /// file and the field.
     ///
-    /// @throws tesk::ParseException "map file not found"; "error parsing file '%s'" when the root
-    ///         is no object; "io mapping not found" without the key "io_mapping"; "error parsing
-    ///         field" when a field is refused, after an error line with the reason; or the JSON
-    ///         parser's words
+    /// @throws tesk::ParseException see MapFile::readFields(); "error parsing field" when a field
+    ///         is refused, after an error line with the reason
     /// @throws tesk::NotFoundException "IO type '%s' not found"
     /// @throws std::exception what a register's constructor throws, or Poco for a JSON value of the
     ///         wrong type
@@ -49,9 +52,10 @@ class RegisterMap : public DBusObject {
 
     /// Creates the registers of one field.
     ///
+    /// @param field a Poco::JSON::Object::Ptr
     /// @return false when the field is refused, after an error line with the reason
     /// @throws std::exception see parse()
-    bool parseField(const Poco::JSON::Object::Ptr& field);
+    bool parseField(const Poco::SharedPtr<Poco::JSON::Object>& field);
 
     /// Inserts a register so that the addresses stay in ascending order.
     void addRegisterAndSorter(const std::shared_ptr<Register>& reg);
@@ -67,48 +71,24 @@ class RegisterMap : public DBusObject {
     /// @throws tesk::NotFoundException "address '%d' not found"
     std::shared_ptr<Register> getRegisterByAddress(int address) const;
 
-    /// Broadcasts what a register reads at this moment. A read that fails sends nothing and logs
-    /// one error line.
+    /// The registers in ascending order of their addresses.
+    const std::vector<std::shared_ptr<Register>>& allRegisters() const { return registers; }
+
+    /// Broadcasts the value that a register reads at this moment. A read that fails sends nothing
+    /// and logs one line at error.
     ///
     /// @param reg the register; null ends the process
     void createNotification(Register* reg);
 
-    /// Carries out GetAddrsPerType, Write, Read, ReadList or GetParams. Any other name leaves the
-    /// error `G_DBUS_ERROR_UNKNOWN_METHOD` "Method %s not found"; a failure leaves
-    /// `G_DBUS_ERROR_FAILED` with the failure's own text, or nothing when that text is empty.
+    /// Carries out a request; see RegisterRequests::carryOut().
     void onDBusObjMessage(const std::string& method, GVariant* parameters, GVariant** reply,
                           GError** error) override;
 
  private:
-    /// What the map file says of one field.
-    struct Field {
-        int address;
-        unsigned int size;
-        int count;
-        RegisterType type;
-        std::shared_ptr<DriverInterface> driver;
-    };
-
-    /// One D-Bus method: its name, and what turns its arguments into the reply's tuple.
-    struct Method {
-        const char* name;
-        GVariant* (RegisterMap::*run)(GVariant* parameters) const;
-    };
-    static const std::array<Method, 5> METHODS;
-
     using Registers = std::vector<std::shared_ptr<Register>>;
 
-    Poco::JSON::Array::Ptr readFields() const;
-    void parseElement(const Poco::Dynamic::Var& element);
-    std::optional<Field> readField(const Poco::JSON::Object::Ptr& field) const;
-    std::shared_ptr<Register> createRegister(const Field& field, int address, int index);
+    std::shared_ptr<Register> createRegister(const MapFile::Field& field, int address, int index);
     Registers::const_iterator lowerBound(int address) const;
-
-    GVariant* getAddrsPerType(GVariant* parameters) const;
-    GVariant* write(GVariant* parameters) const;
-    GVariant* read(GVariant* parameters) const;
-    GVariant* readList(GVariant* parameters) const;
-    GVariant* getParams(GVariant* parameters) const;
 
     DriverManager& driverManager;
     std::string mapFile;

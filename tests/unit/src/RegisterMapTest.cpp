@@ -2,6 +2,7 @@
 #include "RegisterMap.h"
 
 #include <Poco/Exception.h>
+#include <Poco/JSON/Object.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -83,7 +84,7 @@ class RegisterMapTest : public testing::Test {
     std::string textAt(int address) const { return map->getRegisterByAddress(address)->toString(); }
 
     template <typename T>
-    bool isKind(int address) const {
+    bool isA(int address) const {
         const Register& reg = *map->getRegisterByAddress(address);
         return typeid(reg) == typeid(T);
     }
@@ -326,7 +327,7 @@ TEST_F(RegisterMapTest, AFaultOfAFieldIsLoggedAndEndsTheLoad) {
     }
 }
 
-TEST_F(RegisterMapTest, AnUnknownKindIsNotFoundWhateverElseTheFieldSays) {
+TEST_F(RegisterMapTest, AnUnknownTypeIsNotFoundWhateverElseTheFieldSays) {
     for (const std::string rest :
          {"", R"(, "driver": "none")", R"(, "driver": "none", "virtual_backup": true)"}) {
         EXPECT_EQ(failureOfFields<tesk::NotFoundException>(
@@ -336,7 +337,7 @@ TEST_F(RegisterMapTest, AnUnknownKindIsNotFoundWhateverElseTheFieldSays) {
     }
 }
 
-TEST_F(RegisterMapTest, ValuesOfTheWrongJsonKindAreExceptionsOfPocos) {
+TEST_F(RegisterMapTest, ValuesOfTheWrongJsonTypeAreExceptionsOfPocos) {
     expectNoNumber<Poco::InvalidAccessException>("null", "none");
     expectNoNumber<Poco::BadCastException>("{}", "{\n}");
     expectNoNumber<Poco::BadCastException>("[1]", "[\n  1\n]");
@@ -451,19 +452,19 @@ TEST_F(RegisterMapTest, FieldsInAnyOrderEndUpSortedAndEachCountsFromOne) {
 
 // ---- drivers
 
-TEST_F(RegisterMapTest, TheDriversKindDecidesTheClassOfARegister) {
+TEST_F(RegisterMapTest, TheDriverDecidesTheClassOfARegister) {
     loadFields(R"({"address": 1, "size": 1, "count": 1, "type": "relay", "driver": "kr62"},
                   {"address": 2, "size": 1, "count": 1, "type": "relay", "driver": "gpiochip-0"},
                   {"address": 3, "size": 1, "count": 1, "type": "uptime"},
                   {"address": 4, "size": 1, "count": 1, "type": "virtual", "driver": "gpiochip-0"},
                   {"address": 5, "size": 1, "count": 1, "type": "reserved", "driver": "gpiochip-0"},
                   {"address": 6, "size": 1, "count": 1, "type": "unknown", "driver": "kr62"})");
-    EXPECT_TRUE(isKind<FileRegister>(1));
-    EXPECT_TRUE(isKind<GpioRegister>(2));
-    EXPECT_TRUE(isKind<FileRegister>(3));
-    EXPECT_TRUE(isKind<Register>(4));
-    EXPECT_TRUE(isKind<ReservedRegister>(5));
-    EXPECT_TRUE(isKind<FileRegister>(6));
+    EXPECT_TRUE(isA<FileRegister>(1));
+    EXPECT_TRUE(isA<GpioRegister>(2));
+    EXPECT_TRUE(isA<FileRegister>(3));
+    EXPECT_TRUE(isA<Register>(4));
+    EXPECT_TRUE(isA<ReservedRegister>(5));
+    EXPECT_TRUE(isA<FileRegister>(6));
     EXPECT_THAT(kr62->calls(), ElementsAre("getIOFileName(relay, 1)", "configureIO(relay, 1)",
                                            "getIOFileName(unknown, 1)", "configureIO(unknown, 1)"));
     EXPECT_THAT(gpio->calls(), ElementsAre("configureIO(relay, 1)"));
@@ -471,12 +472,12 @@ TEST_F(RegisterMapTest, TheDriversKindDecidesTheClassOfARegister) {
 }
 
 TEST_F(RegisterMapTest, EveryDriverButAGpioChipServesFileRegisters) {
-    for (const auto kind : {DriverInterface::PD5, DriverInterface::SPECIAL}) {
-        const auto driver = std::make_shared<FakeDriver>(kind);
+    for (const auto id : {DriverInterface::PD5, DriverInterface::SPECIAL}) {
+        const auto driver = std::make_shared<FakeDriver>(id);
         drivers.addDriver(driver);
         loadFields(R"({"address": 1, "size": 1, "count": 1, "type": "relay", "driver": ")" +
                    driver->getName() + "\"}");
-        EXPECT_TRUE(isKind<FileRegister>(1)) << driver->getName();
+        EXPECT_TRUE(isA<FileRegister>(1)) << driver->getName();
     }
 }
 
@@ -486,7 +487,7 @@ TEST_F(RegisterMapTest, TheDriverIsAskedForEveryRegisterWithItsIndex) {
                                            "configureIO(relay, 3)"));
 }
 
-TEST_F(RegisterMapTest, EvenKindsThatUseNoDriverNeedOne) {
+TEST_F(RegisterMapTest, EvenTypesThatUseNoDriverNeedOne) {
     DriverManager none;
     for (const std::string type : {"", R"(, "type": "virtual")", R"(, "type": "reserved")"}) {
         const std::string start = R"({"io_mapping": [{"address": 5, "size": 4, "count": 1)" + type;
@@ -502,7 +503,7 @@ TEST_F(RegisterMapTest, EvenKindsThatUseNoDriverNeedOne) {
         map = std::make_unique<RegisterMap>(peer.service(), path, none);
         map->parse();
         EXPECT_EQ(textAt(5), "address 5, type 'virtual', index '1', max value '15'");
-        EXPECT_TRUE(isKind<Register>(5));
+        EXPECT_TRUE(isA<Register>(5));
         map.reset();
     }
 }
@@ -514,10 +515,10 @@ TEST_F(RegisterMapTest, ABackupReplacesOnlyADriverThatIsMissing) {
                    "virtual_backup": true},
                   {"address": 6, "size": 8, "count": 1, "type": "relay", "driver": "kr62",
                    "virtual_backup": null})");
-    EXPECT_TRUE(isKind<Register>(1));
+    EXPECT_TRUE(isA<Register>(1));
     EXPECT_EQ(textAt(2), "address 2, type 'virtual', index '2', max value '255'");
-    EXPECT_TRUE(isKind<FileRegister>(5));
-    EXPECT_TRUE(isKind<FileRegister>(6));
+    EXPECT_TRUE(isA<FileRegister>(5));
+    EXPECT_TRUE(isA<FileRegister>(6));
 }
 
 TEST_F(RegisterMapTest, WhatARegistersConstructorThrowsPassesOut) {

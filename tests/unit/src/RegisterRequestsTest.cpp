@@ -32,9 +32,9 @@ constexpr const char* FIELDS = R"({"io_mapping": [
     {"address": 30, "size": 4, "count": 1, "type": "unknown", "driver": "kr62"},
     {"address": 1, "size": 8, "count": 2}]})";
 
-class RegisterMapRequestsTest : public testing::Test {
+class RegisterRequestsTest : public testing::Test {
  protected:
-    RegisterMapRequestsTest() {
+    RegisterRequestsTest() {
         drivers.addDriver(std::make_shared<FakeDriver>(DriverInterface::VADU));
         drivers.addDriver(driver);
         map.parse();
@@ -101,14 +101,14 @@ class RegisterMapRequestsTest : public testing::Test {
 
 // ---- the five methods
 
-TEST_F(RegisterMapRequestsTest, ReadAnswersWithTheValue) {
+TEST_F(RegisterRequestsTest, ReadAnswersWithTheValue) {
     EXPECT_EQ(ask("Read", "(1,)"), "(0,)");
     driver->convert = [](RegisterType, int, int index) { return index * 1000; };
     EXPECT_EQ(ask("Read", "(11,)"), "(2000,)");
     EXPECT_EQ(ask("Read", "(20,)"), "(0,)");
 }
 
-TEST_F(RegisterMapRequestsTest, WriteAnswersWithNothingAndStores) {
+TEST_F(RegisterRequestsTest, WriteAnswersWithNothingAndStores) {
     EXPECT_EQ(ask("Write", "(1, 255)"), "()");
     EXPECT_EQ(ask("Read", "(1,)"), "(255,)");
     EXPECT_EQ(ask("Write", "(60001, -1)"), "()");
@@ -118,7 +118,7 @@ TEST_F(RegisterMapRequestsTest, WriteAnswersWithNothingAndStores) {
                 ElementsAre("isValueValid(relay, 1)", "specificWriteValue(relay, 1, 2)"));
 }
 
-TEST_F(RegisterMapRequestsTest, ReadListAnswersWithTheValuesInTheOrderOfTheAddresses) {
+TEST_F(RegisterRequestsTest, ReadListAnswersWithTheValuesInTheOrderOfTheAddresses) {
     ask("Write", "(1, 7)");
     ask("Write", "(60001, -2)");
     const BusClient::Answer answer = client.call("ReadList", "(<[60001, 1, 2, 20]>,)");
@@ -126,33 +126,33 @@ TEST_F(RegisterMapRequestsTest, ReadListAnswersWithTheValuesInTheOrderOfTheAddre
     EXPECT_STREQ(g_variant_get_type_string(answer.reply.get()), "(v)");
 }
 
-TEST_F(RegisterMapRequestsTest, ReadListReadsARepeatedAddressEachTime) {
+TEST_F(RegisterRequestsTest, ReadListReadsARepeatedAddressEachTime) {
     int value = 0;
     driver->convert = [&value](RegisterType, int, int) { return ++value; };
     EXPECT_EQ(ask("ReadList", "(<[10, 1, 10, 10]>,)"), "(<[1, 0, 2, 3]>,)");
 }
 
-TEST_F(RegisterMapRequestsTest, ReadListOfNoAddressAnswersWithNoValue) {
+TEST_F(RegisterRequestsTest, ReadListOfNoAddressAnswersWithNoValue) {
     EXPECT_EQ(ask("ReadList", "(<@ai []>,)"), "(<@ai []>,)");
     EXPECT_THAT(lines(), ElementsAre("register-map 6 call method 'ReadList'\n",
                                      "register-map 6 Addresses lenght: 0",
                                      "register-map 6 processing time: "));
 }
 
-TEST_F(RegisterMapRequestsTest, GetAddrsPerTypeAnswersInAscendingOrder) {
+TEST_F(RegisterRequestsTest, GetAddrsPerTypeAnswersInAscendingOrder) {
     EXPECT_EQ(ask("GetAddrsPerType", "(29,)"), "(<[1, 2, 60001]>,)");
     EXPECT_EQ(ask("GetAddrsPerType", "(0,)"), "(<[10, 11]>,)");
     EXPECT_EQ(ask("GetAddrsPerType", "(28,)"), "(<[20]>,)");
     EXPECT_EQ(ask("GetAddrsPerType", "(30,)"), "(<[30]>,)");
 }
 
-TEST_F(RegisterMapRequestsTest, GetAddrsPerTypeOfAKindThatNoRegisterHasIsEmpty) {
+TEST_F(RegisterRequestsTest, GetAddrsPerTypeOfATypeThatNoRegisterHasIsEmpty) {
     for (const std::string type : {"1", "27", "31", "99", "-1", "2147483647", "-2147483648"}) {
         EXPECT_EQ(ask("GetAddrsPerType", "(" + type + ",)"), "(<@ai []>,)");
     }
 }
 
-TEST_F(RegisterMapRequestsTest, GetParamsAnswersWithKindIndexAndMaxValue) {
+TEST_F(RegisterRequestsTest, GetParamsAnswersWithTypeIndexAndMaxValue) {
     EXPECT_EQ(ask("GetParams", "(1,)"), "(29, 1, 255)");
     EXPECT_EQ(ask("GetParams", "(2,)"), "(29, 2, 255)");
     EXPECT_EQ(ask("GetParams", "(11,)"), "(0, 2, 1)");
@@ -162,7 +162,7 @@ TEST_F(RegisterMapRequestsTest, GetParamsAnswersWithKindIndexAndMaxValue) {
     EXPECT_THAT(driver->calls(), IsEmpty());
 }
 
-TEST_F(RegisterMapRequestsTest, RepliesHaveTheirDocumentedTypes) {
+TEST_F(RegisterRequestsTest, RepliesHaveTheirDocumentedTypes) {
     const std::vector<std::vector<std::string>> rows{
         {"GetAddrsPerType", "(29,)", "(v)"},
         {"Write", "(1, 1)", "()"},
@@ -185,7 +185,7 @@ TEST_F(RegisterMapRequestsTest, RepliesHaveTheirDocumentedTypes) {
 
 // ---- failures
 
-TEST_F(RegisterMapRequestsTest, AnAddressWithoutRegisterIsAnErrorOfEveryMethod) {
+TEST_F(RegisterRequestsTest, AnAddressWithoutRegisterIsAnErrorOfEveryMethod) {
     expectFailure("Read", "(99,)", "address '99' not found");
     expectFailure("Read", "(-2147483648,)", "address '-2147483648' not found");
     expectFailure("Write", "(3, 1)", "address '3' not found");
@@ -193,7 +193,7 @@ TEST_F(RegisterMapRequestsTest, AnAddressWithoutRegisterIsAnErrorOfEveryMethod) 
     expectFailure("ReadList", "(<[1, 99, 98]>,)", "address '99' not found");
 }
 
-TEST_F(RegisterMapRequestsTest, AValueThatTheRegisterRefusesIsAnError) {
+TEST_F(RegisterRequestsTest, AValueThatTheRegisterRefusesIsAnError) {
     expectFailure("Write", "(1, 256)", "value 256 is higher than max value 255");
     expectFailure("Write", "(1, -1)", "value -1 is higher than max value 255");
     expectFailure("Write", "(20, 0)", "this register is reserved. No writes are allowed");
@@ -209,7 +209,7 @@ TEST_F(RegisterMapRequestsTest, AValueThatTheRegisterRefusesIsAnError) {
     EXPECT_THAT(client.changes(), IsEmpty());
 }
 
-TEST_F(RegisterMapRequestsTest, AFailureOfTheDriverIsAnErrorInItsOwnWords) {
+TEST_F(RegisterRequestsTest, AFailureOfTheDriverIsAnErrorInItsOwnWords) {
     const std::vector<std::function<void()>> throwers{
         [] { throw tesk::InputOutputException("error opening file '/sys/x' for reading"); },
         [] { throw tesk::InvalidStateException("100% of %s and %d\nand a second line"); },
@@ -229,7 +229,7 @@ TEST_F(RegisterMapRequestsTest, AFailureOfTheDriverIsAnErrorInItsOwnWords) {
     }
 }
 
-TEST_F(RegisterMapRequestsTest, AnExceptionOfPocosIsAnErrorWithItsDisplayText) {
+TEST_F(RegisterRequestsTest, AnExceptionOfPocosIsAnErrorWithItsDisplayText) {
     driver->convert = [](RegisterType, int, int) -> int {
         throw Poco::SyntaxException("Not a valid hexadecimal integer", "xyz");
     };
@@ -238,7 +238,7 @@ TEST_F(RegisterMapRequestsTest, AnExceptionOfPocosIsAnErrorWithItsDisplayText) {
     expectFailure("ReadList", "(<[10]>,)", "Timeout");
 }
 
-TEST_F(RegisterMapRequestsTest, AnExceptionWithoutTextIsAnEmptyReply) {
+TEST_F(RegisterRequestsTest, AnExceptionWithoutTextIsAnEmptyReply) {
     driver->convert = [](RegisterType, int, int) -> int { throw std::runtime_error(""); };
     driver->accept = [](RegisterType, int) -> bool { throw tesk::InputOutputException(""); };
     EXPECT_EQ(ask("Read", "(10,)"), "()");
@@ -248,7 +248,7 @@ TEST_F(RegisterMapRequestsTest, AnExceptionWithoutTextIsAnEmptyReply) {
     EXPECT_EQ(handle("Read", "(10,)"), "nothing");
 }
 
-TEST_F(RegisterMapRequestsTest, ATextThatIsNoUtf8StillArrivesAsAnError) {
+TEST_F(RegisterRequestsTest, ATextThatIsNoUtf8StillArrivesAsAnError) {
     driver->convert = [](RegisterType, int, int) -> int {
         throw std::runtime_error("bad \xFF byte in '\xC3\xA9\xE2\x82'");
     };
@@ -256,7 +256,7 @@ TEST_F(RegisterMapRequestsTest, ATextThatIsNoUtf8StillArrivesAsAnError) {
     EXPECT_EQ(ask("Read", "(1,)"), "(0,)");
 }
 
-TEST_F(RegisterMapRequestsTest, ReadListStopsAtTheFirstFailure) {
+TEST_F(RegisterRequestsTest, ReadListStopsAtTheFirstFailure) {
     driver->convert = [](RegisterType, int value, int index) {
         return index == 1 ? throw tesk::InputOutputException("no line") : value;
     };
@@ -265,7 +265,7 @@ TEST_F(RegisterMapRequestsTest, ReadListStopsAtTheFirstFailure) {
                 ElementsAre("convertValue(relay, 0, 2)", "convertValue(relay, 0, 1)"));
 }
 
-TEST_F(RegisterMapRequestsTest, ReadListTakesNothingButIntegers) {
+TEST_F(RegisterRequestsTest, ReadListTakesNothingButIntegers) {
     const std::vector<std::pair<std::string, std::string>> rows{
         {"'text'", "s"},    {"1", "i"},       {"@au [1]", "au"},
         {"@ax [1]", "ax"},  {"@ay []", "ay"}, {"[(1, 2)]", "a(ii)"},
@@ -279,7 +279,7 @@ TEST_F(RegisterMapRequestsTest, ReadListTakesNothingButIntegers) {
     EXPECT_EQ(ask("ReadList", "(<[1]>,)"), "(<[0]>,)");
 }
 
-TEST_F(RegisterMapRequestsTest, AFailedRequestChangesNothing) {
+TEST_F(RegisterRequestsTest, AFailedRequestChangesNothing) {
     ask("Write", "(1, 9)");
     expectFailure("Write", "(1, 300)", "value 300 is higher than max value 255");
     expectFailure("Write", "(77, 3)", "address '77' not found");
@@ -290,7 +290,7 @@ TEST_F(RegisterMapRequestsTest, AFailedRequestChangesNothing) {
 
 // ---- the handler itself
 
-TEST_F(RegisterMapRequestsTest, TheHandlerLeavesReplyOrNothing) {
+TEST_F(RegisterRequestsTest, TheHandlerLeavesReplyOrNothing) {
     EXPECT_EQ(handle("GetAddrsPerType", "(29,)"), "(<[1, 2, 60001]>,)");
     EXPECT_EQ(handle("Write", "(1, 5)"), "nothing");
     EXPECT_EQ(handle("Read", "(1,)"), "(5,)");
@@ -298,13 +298,13 @@ TEST_F(RegisterMapRequestsTest, TheHandlerLeavesReplyOrNothing) {
     EXPECT_EQ(handle("GetParams", "(1,)"), "(29, 1, 255)");
 }
 
-TEST_F(RegisterMapRequestsTest, TheHandlerLeavesErrorsOfTheDBusDomain) {
+TEST_F(RegisterRequestsTest, TheHandlerLeavesErrorsOfTheDBusDomain) {
     const std::string failed = "g-dbus-error-quark " + std::to_string(G_DBUS_ERROR_FAILED) + ": ";
     EXPECT_EQ(handle("Read", "(99,)"), failed + "address '99' not found");
     EXPECT_EQ(handle("Write", "(1, 256)"), failed + "value 256 is higher than max value 255");
 }
 
-TEST_F(RegisterMapRequestsTest, AMethodNameThatFitsNotExactlyIsUnknown) {
+TEST_F(RegisterRequestsTest, AMethodNameThatFitsNotExactlyIsUnknown) {
     const std::string unknown =
         "g-dbus-error-quark " + std::to_string(G_DBUS_ERROR_UNKNOWN_METHOD) + ": ";
     for (const std::string name : {"read", "READ", "Read ", "Rea", "ReadLis", "ReadLists",
@@ -317,14 +317,14 @@ TEST_F(RegisterMapRequestsTest, AMethodNameThatFitsNotExactlyIsUnknown) {
 
 // ---- log lines
 
-TEST_F(RegisterMapRequestsTest, AReadIsLoggedByMapAndRegister) {
+TEST_F(RegisterRequestsTest, AReadIsLoggedByMapAndRegister) {
     ask("Read", "(1,)");
     EXPECT_THAT(lines(), ElementsAre("register-map 6 call method 'Read'\n",
                                      "register-1 6 read value for address 1 -> 0",
                                      "register-map 6 processing time: "));
 }
 
-TEST_F(RegisterMapRequestsTest, AWriteIsLoggedByMapAndRegister) {
+TEST_F(RegisterRequestsTest, AWriteIsLoggedByMapAndRegister) {
     ask("Write", "(2, 3)");
     EXPECT_THAT(lines(), ElementsAre("register-map 6 call method 'Write'\n",
                                      "register-2 6 write address 2, value 3",
@@ -333,7 +333,7 @@ TEST_F(RegisterMapRequestsTest, AWriteIsLoggedByMapAndRegister) {
                                      "register-map 6 processing time: "));
 }
 
-TEST_F(RegisterMapRequestsTest, AListIsLoggedWithItsLength) {
+TEST_F(RegisterRequestsTest, AListIsLoggedWithItsLength) {
     ask("ReadList", "(<[2, 10, 99]>,)");
     EXPECT_THAT(
         lines(),
@@ -343,7 +343,7 @@ TEST_F(RegisterMapRequestsTest, AListIsLoggedWithItsLength) {
                     "register-map 3 address '99' not found", "register-map 6 processing time: "));
 }
 
-TEST_F(RegisterMapRequestsTest, LooksAtTheMapAreLoggedByTheMapAlone) {
+TEST_F(RegisterRequestsTest, LooksAtTheMapAreLoggedByTheMapAlone) {
     ask("GetParams", "(1,)");
     ask("GetAddrsPerType", "(1,)");
     EXPECT_THAT(lines(), ElementsAre("register-map 6 call method 'GetParams'\n",
@@ -352,7 +352,7 @@ TEST_F(RegisterMapRequestsTest, LooksAtTheMapAreLoggedByTheMapAlone) {
                                      "register-map 6 processing time: "));
 }
 
-TEST_F(RegisterMapRequestsTest, OnlyFailuresAreLoggedWhereLoggersTakeNoInformation) {
+TEST_F(RegisterRequestsTest, OnlyFailuresAreLoggedWhereLoggersTakeNoInformation) {
     Poco::Logger::setLevel("", Poco::Message::PRIO_NOTICE);
     ask("Write", "(2, 3)");
     ask("ReadList", "(<[2, 10]>,)");

@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: MIT
+#include "MapFile.h"
+
+#include <Poco/File.h>
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "support/Log.h"
+#include "tesk/Exceptions.h"
+#include "tesk/Json.h"
+
+namespace {
+
+constexpr Pattern<std::string> PARSING_FAILED("error parsing file '%s'");
+constexpr Pattern<> ADDRESS_MISSING("address is missing");
+constexpr Pattern<int> ADDRESS_INVALID("not valid address: %d");
+constexpr Pattern<> SIZE_MISSING("size is missing");
+constexpr Pattern<std::size_t> SIZE_INVALID("invalid value for size: %z");
+constexpr Pattern<> COUNT_MISSING("count is missing");
+constexpr Pattern<int> COUNT_INVALID("invalid value for count: %d");
+constexpr Pattern<int> DRIVER_MISSING("driver not found or not supported on address %d");
+
+constexpr const char* DEFAULT_DRIVER = "vadu";
+
+/// Both ends included.
+struct AddressRange {
+    int first;
+    int last;
+};
+constexpr std::array<AddressRange, 2> VALID_ADDRESSES{{{1, 1300}, {60001, 60101}}};
+
+/// @param path for the message only
+Poco::JSON::Array::Ptr parseFields(std::istream& text, const std::string& path) {
+    const Poco::JSON::Object::Ptr root = tesk::jsonParse(text);
+    if (!root) {
+        throw tesk::ParseException(PARSING_FAILED(path));
+    }
+    if (!root->has("io_mapping")) {
+        throw tesk::ParseException("io mapping not found");
+    }
+    return root->getArray("io_mapping");
+}
+
+std::string driverName(const Poco::JSON::Object::Ptr& field) {
+    return field->has("driver") ? field->getValue<std::string>("driver") : DEFAULT_DRIVER;
+}
+
+bool hasVirtualBackup(const Poco::JSON::Object::Ptr& field) {
+    return field->has("virtual_backup") && field->getValue<bool>("virtual_backup");
+}
+
+/// The driver that one element of "io_mapping" names; none where the element is faulty.
+std::optional<std::string> driverNameOf(const Poco::Dynamic::Var& element) {
+    try {
+        return driverName(element.extract<Poco::JSON::Object::Ptr>());
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+}  // namespace
+
+namespace MapFile {
+
+Poco::JSON::Array::Ptr readFields(const std::string& path) {
+    if (!Poco::File(path).exists()) {
+        throw tesk::ParseException("map file not found");
+    }
+    std::ifstream file(path);
+    return parseFields(file, path);
+}
+
+std::optional<Field> readField(const Poco::JSON::Object::Ptr& field, DriverManager& drivers,
+                               Poco::Logger& logger) {
+    const auto refuse = [&logger](const auto& reason, const auto&... args) {
+        log(logger, Poco::Message::PRIO_ERROR, reason, args...);
+        return std::nullopt;
+    };
+    if (!field->has("address")) {
+        return refuse(ADDRESS_MISSING);
+    }
+    const int address = field->getValue<int>("address");
+    if (!addressIsValid(address)) {
+        return refuse(ADDRESS_INVALID, address);
+    }
+    if (!field->has("size")) {
+        return refuse(SIZE_MISSING);
+    }
+    const auto size = static_cast<unsigned int>(field->getValue<int>("size"));
+    if (size == 0) {
+        return refuse(SIZE_INVALID, std::size_t{size});
+    }
+    if (!field->has("count")) {
+        return refuse(COUNT_MISSING);
+    }
+    const int count = field->getValue<int>("count");
+    if (count == 0) {
+        return refuse(COUNT_INVALID, count);
+    }
+    RegisterType type = field->has("type") ? getTypeFromName(field->getValue<std::string>("type"))
+                                           : RegisterType::VIRTUAL;
+    const std::string name = driverName(field);
+    std::shared_ptr<DriverInterface> driver;
+    try {
+        driver = drivers.getDriverByName(name);
+    } catch (const tesk::NotFoundException&) {
+        if (!hasVirtualBackup(field)) {
+            return refuse(DRIVER_MISSING, address);
+        }
+        type = RegisterType::VIRTUAL;
+    }
+    return Field{address, size, count, type, driver};
+}
+
+bool addressIsValid(int address) {
+    return std::any_of(
+        VALID_ADDRESSES.begin(), VALID_ADDRESSES.end(),
+        [address](const AddressRange& r) { return address >= r.first && address <= r.last; });
+}
+
+std::string addressText(const Poco::Dynamic::Var& element) {
+    return element.type() == typeid(Poco::JSON::Object::Ptr)
+               ? element.extract<Poco::JSON::Object::Ptr>()->optValue<std::string>("address",
+                                                                                   "none")
+               : "none";
+}
+
+std::set<std::string> driversNamedIn(const std::string& path, const std::string& prefix) {
+    std::set<std::string> names;
+    std::ifstream file(path);
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    // Parsing a large map takes long. A name may also be written with escapes.
+    if (text.find(prefix) == std::string::npos && text.find('\\') == std::string::npos) {
+        return names;
+    }
+    try {
+        std::istringstream json(text);
+        const Poco::JSON::Array::Ptr fields = parseFields(json, path);
+        for (const Poco::Dynamic::Var& element : *fields) {
+            const std::optional<std::string> name = driverNameOf(element);
+            if (name && name->rfind(prefix, 0) == 0) {
+                names.insert(*name);
+            }
+        }
+    } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): told when the map is loaded
+    }
+    return names;
+}
+
+}  // namespace MapFile

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <Poco/JSON/Array.h>
+#include <Poco/JSON/Object.h>
+#include <Poco/Logger.h>
+
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "DriverManager.h"
+#include "RegisterType.h"
+
+/// The JSON file that lists the fields of registers.
+///
+/// Used by the library for the registers, and by the daemon, before there is a bus, for the GPIO
+/// chips. Both read the same file with the same code, each at its time.
+namespace MapFile {
+
+/// What the file says of one field.
+struct Field {
+    int address;
+    unsigned int size;
+    int count;
+    RegisterType type;
+    /// Null only for a field whose driver is missing and that falls back on virtual registers.
+    std::shared_ptr<DriverInterface> driver;
+};
+
+/// Reads the file.
+///
+/// @return the elements of "io_mapping"; null when that is no array
+/// @throws tesk::ParseException "map file not found"; "error parsing file '%s'" when the root is
+///         no object; "io mapping not found" without the key "io_mapping"; or the JSON parser's
+///         words
+Poco::JSON::Array::Ptr readFields(const std::string& path);
+
+/// Reads one field and looks its driver up.
+///
+/// @param logger gets one line at error with the reason when the field is refused
+/// @return nothing when the field is refused
+/// @throws tesk::NotFoundException "IO type '%s' not found"
+/// @throws Poco::Exception a JSON value is of the wrong type
+std::optional<Field> readField(const Poco::JSON::Object::Ptr& field, DriverManager& drivers,
+                               Poco::Logger& logger);
+
+/// Whether a field may start at an address: 1 to 1300 and 60001 to 60101.
+bool addressIsValid(int address);
+
+/// The address that an element of "io_mapping" states, for a message; "none" where it states none.
+std::string addressText(const Poco::Dynamic::Var& element);
+
+/// The names of drivers that the fields of a file name and that start with a prefix. Passes over
+/// whatever is wrong with the file or a field.
+std::set<std::string> driversNamedIn(const std::string& path, const std::string& prefix);
+
+}  // namespace MapFile
