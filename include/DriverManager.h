@@ -10,7 +10,7 @@
 
 /// The drivers of the device, by name.
 ///
-/// Takes no lock: the host fills it before it starts the server, which only reads it.
+/// Takes no lock: the host program fills it before it starts the server. The server only reads it.
 class [[gnu::visibility("default")]] DriverManager : public tesk::ObjectBase {
  public:
     /// Has no driver yet.
@@ -19,11 +19,11 @@ class [[gnu::visibility("default")]] DriverManager : public tesk::ObjectBase {
 
     /// Registers a driver and shares its ownership.
     ///
-    /// @throws tesk::AlreadyExistsException "driver already exists": one with this name is there;
-    ///         the name is in the log
+    /// @throws tesk::AlreadyExistsException "driver already exists": another driver has this name;
+    ///         the log tells the name
     void addDriver(const std::shared_ptr<DriverInterface>& driver);
 
-    /// The driver with a name; case counts.
+    /// The driver with a name. The match is exact: case counts.
     ///
     /// @return the stored pointer, valid until the next addDriver()
     /// @throws tesk::NotFoundException "driver '%s' not found"

@@ -17,14 +17,14 @@
 ///         io.run(true);
 ///     }
 ///
-/// Calls to the service block until it has answered, at most 5 seconds, and may be made from any
-/// thread. Changes are delivered inside run() and nowhere else; an application that only reads and
-/// writes need not call it. The service may come and go: calls fail while it is away and work again
-/// afterwards, and notifications go on.
+/// Calls to the service may be made from any thread. Each blocks until the service has answered, at
+/// most 5 seconds. Changes are delivered inside run() and nowhere else; an application that only
+/// reads and writes need not call run(). The service may come and go: calls fail while it is away
+/// and work again afterwards. Notifications go on, too.
 class [[gnu::visibility("default")]] IoMapping {
  public:
-    /// Connects to the D-Bus system bus, over a connection of its own. The service need not be
-    /// there yet.
+    /// Connects to the D-Bus system bus, over a connection of its own. The service need not run
+    /// yet.
     ///
     /// @throws tesk::InputOutputException "Error initializing DBus: %s" when the bus cannot be
     ///         reached, "Error creating service proxy: %s" when it refuses
@@ -36,10 +36,10 @@ class [[gnu::visibility("default")]] IoMapping {
     IoMapping(const IoMapping&) = delete;
     IoMapping& operator=(const IoMapping&) = delete;
 
-    /// Whether the service is on the bus at this moment. Never throws for a service that is not.
+    /// Whether the service is on the bus at this moment. Does not throw when it is not.
     ///
-    /// Each check that finds it leaves about a kilobyte behind for good: ask now and then, not all
-    /// the time. Any call that succeeds tells as much.
+    /// Each check that finds the service leaves about a kilobyte of memory behind for good: ask now
+    /// and then, not all the time. Any call that succeeds proves the same.
     bool isAlive();
 
     /// Delivers pending changes: one iteration of the process's default GLib main context. The
@@ -49,7 +49,7 @@ class [[gnu::visibility("default")]] IoMapping {
     /// @return whether anything was dispatched
     bool run(bool mayBlock);
 
-    /// Makes a run(true) that waits in another thread return.
+    /// Ends a run(true) that waits in another thread.
     void wakeup();
 
     /// Reads one register.
@@ -64,7 +64,7 @@ class [[gnu::visibility("default")]] IoMapping {
     ///
     /// @param addresses the registers' addresses, in any order; repeated ones are read repeatedly
     /// @return one value for each address, in the same order
-    /// @throws tesk::InputOutputException as readValue(), when any of them cannot be read
+    /// @throws tesk::InputOutputException as readValue(), when one of them cannot be read
     std::vector<int> readValues(const std::vector<int>& addresses);
 
     /// Writes one register.
@@ -86,27 +86,30 @@ class [[gnu::visibility("default")]] IoMapping {
 
     /// The registers of a type.
     ///
-    /// @return their addresses in ascending order; none is no error
+    /// @return their addresses in ascending order; empty when there is none
     /// @throws tesk::InputOutputException "Error calling method: %s": the service does not answer
     std::vector<int> getAddrsPerType(RegisterType type);
 
-    /// Has a function called, inside run(), with address and new value whenever the register
-    /// changes. It takes the place of one that the address has already. Changes that came in before
-    /// are not told; that none is missed from here on is sure once this object has made any call to
-    /// the service, so read the register after this, not before. A callback may call every method
-    /// of this object but run() and the four for notifications: these would wait for the callback
-    /// itself to end.
+    /// Has a function called with address and new value whenever a register changes. The function
+    /// is called inside run(). It replaces the address's earlier function.
     ///
-    /// May be called from any thread, and makes no call to the service: an address without a
-    /// register is simply never told of.
+    /// Earlier changes are not announced. To miss none, enable the notifications first and then
+    /// read the register: after any call to the service that follows this one, every change is
+    /// announced.
+    ///
+    /// A callback may call the other methods of this object, but neither run() nor the four for
+    /// notifications: these would wait for the callback itself to end.
+    ///
+    /// May be called from any thread. Makes no call to the service: an address without a register
+    /// is accepted, and its function is never called.
     void enableNotifications(int address, std::function<void(int, int)> callback);
 
-    /// The same for several addresses; each gets its own copy of the function.
+    /// The same for several addresses. Each gets its own copy of the function.
     void enableNotificationsRange(const std::vector<int>& addresses,
                                   std::function<void(int, int)> callback);
 
-    /// Ends the notifications of an address; one without any is ignored. Once this has returned,
-    /// the function is not called any more.
+    /// Ends the notifications of an address. An address without notifications is ignored. The
+    /// function is not called any more once this has returned.
     void disableNotifications(int address);
 
     /// The same for several addresses.

@@ -21,17 +21,17 @@ using GDBusConnection = struct _GDBusConnection;  // NOLINT(bugprone-reserved-id
 ///     Server server("/etc/io-mapping/map.json", drivers);
 ///     server.run();
 ///
-/// All of it belongs to one thread, the one that calls run(). When the map cannot be loaded, the
-/// bus cannot be reached, or the name is lost or taken by somebody else, the process ends with
-/// exit status 1 after a log line at fatal or notice that says why.
+/// All methods belong to one thread, the one that calls run(). The process ends with exit status 1
+/// when the map cannot be loaded, when the bus cannot be reached, and when the name is lost or
+/// belongs to another process. A log line at fatal or notice says why.
 class [[gnu::visibility("default")]] Server : public tesk::ObjectBase {
  public:
     /// The well-known name of the service, "org.mirel.IoMapping".
     static const std::string DBUS_SERVICE_NAME;
 
-    /// Asks for the bus name, and lets others replace the service. Nothing happens before run().
+    /// Asks for the bus name. Another process may take the name over. Nothing happens before run().
     ///
-    /// @param mapFilePath the JSON map file, read when the bus is there
+    /// @param mapFilePath the JSON map file, read when the bus has been reached
     /// @param manager the drivers; must outlive the server
     /// @throws tesk::InputOutputException "failed to request name on bus"
     Server(const std::string& mapFilePath, DriverManager& manager);
@@ -42,7 +42,7 @@ class [[gnu::visibility("default")]] Server : public tesk::ObjectBase {
     /// Serves until the process ends.
     void run();
 
-    /// GDBus's callbacks for the name; `userData` is the Server, and null ends the process.
+    /// GDBus's callbacks for the name. `userData` is the Server; null ends the process.
     static void dbusOnBusAcquired(GDBusConnection * connection, const char* name, void* userData);
     /// @copydoc dbusOnBusAcquired
     static void dbusOnNameAcquired(GDBusConnection * connection, const char* name, void* userData);

@@ -7,11 +7,11 @@
 #include "DriverInterface.h"
 #include "Register.h"
 
-/// A register whose value lives in a text file that its driver names, or, where the driver names
-/// none, in the driver itself.
+/// A register whose value is in a text file that its driver names. Where the driver names no file,
+/// the value comes from the driver itself.
 ///
-/// The change callback runs on the driver's notifier thread and is never cancelled: the register
-/// must outlive the notifications.
+/// The change callback runs on the notifier's thread and is never cancelled: the register must
+/// outlive the notifications.
 class FileRegister : public Register {
  public:
     /// Asks the driver for the value file and arms its change notification.
@@ -20,7 +20,7 @@ class FileRegister : public Register {
     /// @param changeCallback called with this register when the driver reports a change; the call
     ///        throws `std::bad_function_call` if it is empty
     /// @throws tesk::InvalidArgumentsException the driver has no IO with this index
-    /// @throws tesk::UnsupportedException the driver does not serve this kind
+    /// @throws tesk::UnsupportedException the driver does not serve this type
     FileRegister(int registerAddress, RegisterType registerType, int registerIndex,
                  unsigned int size, const std::shared_ptr<DriverInterface>& ioDriver,
                  const std::function<void(Register*)>& changeCallback);
@@ -32,12 +32,12 @@ class FileRegister : public Register {
     ///         driver's conversion throws
     int readValue() override;
 
-    /// Writes the file, or hands the value to the driver where there is no file. The value kept in
-    /// memory changes even if the driver then refuses it.
+    /// Writes the file. Where there is no file, hands the value to the driver. The value kept in
+    /// memory changes even if the driver then refuses the value.
     ///
     /// @throws tesk::InvalidArgumentsException "value %?u is higher than max value %?u", or "value
     ///         %?u is invalid for address %d" when the driver refuses it
-    /// @throws tesk::UnsupportedException the kind cannot be written
+    /// @throws tesk::UnsupportedException the type cannot be written
     /// @throws tesk::InputOutputException "error opening file '%s' for writing"
     void writeValue(int newValue) override;
 

@@ -7,17 +7,17 @@
 #include "RegisterType.h"
 #include "tesk/ObjectBase.h"
 
-/// One cell of the register map: an integer with an address, a kind and an upper bound.
+/// One cell of the register map: an integer with an address, a type and an upper bound.
 ///
-/// The base class keeps its value in memory, which is all that a "virtual" register does; the
-/// hardware-backed kinds derive from it. It takes no lock: reads and writes belong to one thread.
+/// The base class keeps its value in memory, which is all that a "virtual" register does. Registers
+/// on hardware derive from it. It takes no lock: reads and writes belong to one thread.
 class Register : public tesk::ObjectBase {
  public:
     /// @param registerAddress the address, unique within a map
-    /// @param registerType the kind
+    /// @param registerType the type
     /// @param registerIndex the position within the field, counted from 1
-    /// @param size the width in bits, which sets the largest value (0 allows only 0, 32 allows
-    ///        every value); only its low 8 bits count, and 32 or more of them mean 32
+    /// @param size the width in bits, which sets the largest value: 0 allows only 0, 32 and more
+    ///        allow every value. The width is taken modulo 256.
     /// @param changeCallback called with this register after every accepted write, on the writing
     ///        thread; may be empty
     Register(int registerAddress, RegisterType registerType, int registerIndex, unsigned int size,
@@ -30,15 +30,15 @@ class Register : public tesk::ObjectBase {
     /// The largest value that may be written.
     unsigned int getMaxValue() const { return maxValue; }
 
-    /// Whether a value is **within** the limit, in spite of the name: true when the largest value
-    /// is not less than `candidate`, both taken as unsigned.
+    /// Whether a value is **within** the limit, in spite of the name: true when `candidate` is at
+    /// most the largest value, both taken as unsigned.
     bool isValueAboveLimits(int candidate) const;
 
     /// The current value: for a virtual register the one last written, 0 before that.
     virtual int readValue();
 
-    /// Stores a value and calls the change callback, also when the value is the old one. What the
-    /// callback throws passes out; the value is stored by then.
+    /// Stores a value and calls the change callback, also when the value is the old one. An
+    /// exception of the callback passes out; the value is stored by then.
     ///
     /// @throws tesk::InvalidArgumentsException "value %?u is higher than max value %?u"; nothing is
     ///         changed
@@ -48,7 +48,7 @@ class Register : public tesk::ObjectBase {
     std::string toString() const;
 
  protected:
-    /// Writes the line that every kind of register logs for a read.
+    /// Writes the line that registers log for a read.
     void logRead(int readResult) const;
 
  private:

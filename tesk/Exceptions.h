@@ -23,7 +23,7 @@ class [[gnu::visibility("default")]] InvalidArgumentsException : public Exceptio
     using Exception::Exception;
 };
 
-/// The operation does not exist for this kind of IO.
+/// The operation does not exist for this type of register.
 class [[gnu::visibility("default")]] UnsupportedException : public Exception {
  public:
     using Exception::Exception;

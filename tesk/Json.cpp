@@ -38,7 +38,7 @@ Poco::JSON::Object::Ptr jsonParse(std::istream& in) {
     const auto first = text.find_first_not_of(" \t\r\n");
     if (first != std::string::npos && text[first] != '{' && text[first] != '[') {
         // The parser refuses a lone value at the root as if it were a syntax error. Inside an
-        // array it takes it, so that what still fails is a syntax error.
+        // array the parser takes the value; only a real syntax error still fails.
         const auto values = parseText("[" + text + "]").extract<Poco::JSON::Array::Ptr>();
         if (values->size() != 1) {
             throw ParseException("JSON Exception: more than one value at the root");

@@ -26,7 +26,7 @@ class [[gnu::visibility("default")]] ObjectBase {
     }
 
  protected:
-    /// Selects the constructor whose logger is shared and outlives the object.
+    /// Selects the constructor with a shared logger, which outlives the object.
     struct SharedLogger {};
 
     /// Creates a logger of this object's own, named `name`, a point and the object's address in

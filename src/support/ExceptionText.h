@@ -4,8 +4,8 @@
 #include <exception>
 #include <string>
 
-/// What an exception has to say, for log lines and error replies.
+/// The text of an exception, for log lines and error replies.
 ///
-/// `Poco::Exception::what()` is only the name of the class; for that family this is the display
-/// text, which holds both name and message. For every other exception it is `what()` unchanged.
+/// For a Poco::Exception this is the display text, which holds the name of the class and the
+/// message; its `what()` is the name alone. For every other exception it is `what()`.
 std::string exceptionText(const std::exception& exception);

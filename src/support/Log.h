@@ -6,9 +6,9 @@
 
 #include "Pattern.h"
 
-/// Writes one log line, formatted only when the logger takes lines of this priority.
+/// Writes one log line. The line is formatted only when the logger takes lines of this priority.
 ///
-/// The arguments themselves are evaluated always: where one is costly, ask `logger.is(priority)`
+/// The arguments are always evaluated. Where an argument is costly, ask `logger.is(priority)`
 /// first.
 template <typename... Args>
 void log(Poco::Logger& logger, Poco::Message::Priority priority, const Pattern<Args...>& pattern,

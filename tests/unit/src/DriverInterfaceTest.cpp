@@ -31,10 +31,10 @@ class PlainDriver : public DriverInterface {
     Poco::Logger& usedLogger() const { return logger; }
 };
 
-TEST(DriverInterfaceTest, TheKindsHaveTheirNumbersAndNames) {
+TEST(DriverInterfaceTest, TheDriversHaveTheirNumbersAndNames) {
     std::map<int, std::string> names;
-    for (const auto& [kind, name] : DriverInterface::driverToStringMap) {
-        names[kind] = name;
+    for (const auto& [id, name] : DriverInterface::driverToStringMap) {
+        names[id] = name;
     }
     EXPECT_EQ(names, (std::map<int, std::string>{
                          {0, "vadu"}, {1, "kr62"}, {2, "pd5"}, {3, "special"}, {4, "gpiochip"}}));
@@ -45,11 +45,11 @@ TEST(DriverInterfaceTest, TheKindsHaveTheirNumbersAndNames) {
     EXPECT_EQ(DriverInterface::GPIOCHIP, 4);
 }
 
-TEST(DriverInterfaceTest, KeepsKindAndIndex) {
-    for (const auto& [kind, name] : DriverInterface::driverToStringMap) {
+TEST(DriverInterfaceTest, KeepsDriverAndIndex) {
+    for (const auto& [id, name] : DriverInterface::driverToStringMap) {
         for (const int index : {-1, 0, 7}) {
-            const PlainDriver driver(kind, index);
-            EXPECT_EQ(driver.getDriverId(), kind);
+            const PlainDriver driver(id, index);
+            EXPECT_EQ(driver.getDriverId(), id);
             EXPECT_EQ(driver.getIndex(), index);
         }
     }
@@ -86,10 +86,10 @@ TEST(DriverInterfaceTest, EveryDriverHasALoggerOfItsOwnAsLongAsItLives) {
     EXPECT_FALSE(loggerExists(secondName));
 }
 
-TEST(DriverInterfaceTest, AKindThatDoesNotExistIsOutOfRange) {
+TEST(DriverInterfaceTest, ADriverThatDoesNotExistIsOutOfRange) {
     const auto loggers = loggerNames();
-    for (const int kind : {5, -1, 1000}) {
-        EXPECT_THAT([kind] { PlainDriver(static_cast<DriverInterface::Driver>(kind), -1); },
+    for (const int id : {5, -1, 1000}) {
+        EXPECT_THAT([id] { PlainDriver(static_cast<DriverInterface::Driver>(id), -1); },
                     testing::ThrowsMessage<std::out_of_range>("map::at"));
     }
     EXPECT_EQ(loggerNames(), loggers);

@@ -19,8 +19,8 @@ using testing::ThrowsMessage;
 
 class DriverManagerTest : public testing::Test {
  protected:
-    std::shared_ptr<FakeDriver> add(DriverInterface::Driver kind, int index) {
-        auto driver = std::make_shared<FakeDriver>(kind, index);
+    std::shared_ptr<FakeDriver> add(DriverInterface::Driver id, int index) {
+        auto driver = std::make_shared<FakeDriver>(id, index);
         manager->addDriver(driver);
         return driver;
     }

@@ -55,7 +55,7 @@ constexpr int HIGH = 1;
 constexpr int LOWEST_DESCRIPTOR = 4096;
 constexpr const char* ADDED = "file added to monitor list with fd ";
 
-/// The kinds that a register may have, and some numbers that are none, without those served.
+/// The types that a register may have, and some numbers that are none, without those served.
 std::vector<RegisterType> otherTypes() {
     std::vector<RegisterType> types;
     for (int number = -1; number <= 31; ++number) {
@@ -206,7 +206,7 @@ TEST_F(GpioDriverTest, HasNoFiles) {
     EXPECT_EQ(driver->getIOFileName(RegisterType::CTS, 99), "");
 }
 
-TEST_F(GpioDriverTest, ServesNoOtherKinds) {
+TEST_F(GpioDriverTest, ServesNoOtherTypes) {
     for (const RegisterType type : otherTypes()) {
         const auto refusal = ThrowsMessage<tesk::UnsupportedException>(
             "type '" + getTypeName(type) + "' not supported");
@@ -275,7 +275,7 @@ TEST_F(GpioDriverTest, WhatWasNotConfiguredReadsAsGivenAndIgnoresWrites) {
     EXPECT_EQ(gpiod.calls().size(), 2U) << "set";
 }
 
-TEST_F(GpioDriverTest, AChipServesOneRegisterOfEachKind) {
+TEST_F(GpioDriverTest, AChipServesOneRegisterOfEachType) {
     const Calls first;
     const Calls second;
     configureRts(1);

@@ -45,12 +45,12 @@ TEST_F(InfoIoTest, WhatIsNotStatedIsZero) {
 }
 
 TEST_F(InfoIoTest, NoLineStatesAnalogOutputs) {
-    for (const char* kind : {"analog_outputs", "analogOutputs", "analogoutputs", "analog"}) {
-        EXPECT_THAT(counts(std::string(kind) + " 7\n"), ElementsAre(0, 0, 0, 0, 0)) << kind;
+    for (const char* name : {"analog_outputs", "analogOutputs", "analogoutputs", "analog"}) {
+        EXPECT_THAT(counts(std::string(name) + " 7\n"), ElementsAre(0, 0, 0, 0, 0)) << name;
     }
 }
 
-TEST_F(InfoIoTest, SkipsLinesThatAreNotAKindABlankAndANumber) {
+TEST_F(InfoIoTest, SkipsLinesThatAreNotANameABlankAndANumber) {
     for (const char* line : {"relays", "relays 4 extra", "relays  4", "relays 4 ", " relays 4",
                              "relays\t4", "relays=4", "relays4", "relays: 4", "4", " "}) {
         EXPECT_THAT(counts(std::string("outputs 2\n") + line + "\ninputs 8\n"),
@@ -59,16 +59,16 @@ TEST_F(InfoIoTest, SkipsLinesThatAreNotAKindABlankAndANumber) {
     }
 }
 
-TEST_F(InfoIoTest, SkipsUnknownKindsWhateverFollows) {
+TEST_F(InfoIoTest, SkipsUnknownNamesWhateverFollows) {
     EXPECT_THAT(counts("leds 2\nversion x\nRelays 4\nRELAYS 4\nrelay 4\nrelays 1\n"),
                 ElementsAre(1, 0, 0, 0, 0));
 }
 
-TEST_F(InfoIoTest, OfTwoLinesWithTheSameKindTheLaterCounts) {
+TEST_F(InfoIoTest, OfTwoLinesWithTheSameNameTheLaterCounts) {
     EXPECT_THAT(counts("relays 4\ninputs 8\nrelays 9\ninputs 0\n"), ElementsAre(9, 0, 0, 0, 0));
 }
 
-TEST_F(InfoIoTest, DropsOtherBlanksAroundTheKindAndTheNumber) {
+TEST_F(InfoIoTest, DropsOtherBlanksAroundTheNameAndTheNumber) {
     EXPECT_THAT(counts("relays 4\r\n\tinputs\t \t8\t\r\n"), ElementsAre(4, 0, 8, 0, 0));
 }
 
@@ -77,10 +77,10 @@ TEST_F(InfoIoTest, TakesThousandsSeparatorsAndEveryNumberOf32Bits) {
                 ElementsAre(1024, 0, std::numeric_limits<std::uint32_t>::max(), 0, 7));
 }
 
-TEST_F(InfoIoTest, ANumberOfAKnownKindThatIsNoneIsASyntaxError) {
-    for (const char* kind : {"relays", "inputs", "outputs", "analogs"}) {
+TEST_F(InfoIoTest, ANumberOfAKnownNameThatIsNoneIsASyntaxError) {
+    for (const char* name : {"relays", "inputs", "outputs", "analogs"}) {
         for (const char* number : {"x", "4x", "-4", "0x4", "4.5", "4294967296"}) {
-            const std::string line = std::string(kind) + " " + number;
+            const std::string line = std::string(name) + " " + number;
             EXPECT_THROW(counts(line + "\n"), Poco::SyntaxException) << line;
         }
     }
