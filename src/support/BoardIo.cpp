@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "FileDescriptor.h"
 #include "Pattern.h"
 #include "tesk/Exceptions.h"
 
@@ -26,10 +27,9 @@ void requireIndex(int index, std::uint32_t count) {
 }
 
 void writeEdge(const std::string& file, const std::string& edge) {
-    const int fd = ::open(file.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
-    if (fd >= 0) {
-        [[maybe_unused]] const ssize_t written = ::write(fd, edge.data(), edge.size());
-        ::close(fd);
+    const FileDescriptor opened(::open(file.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
+    if (opened.isOpen()) {
+        [[maybe_unused]] const ssize_t written = ::write(opened.get(), edge.data(), edge.size());
     }
 }
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-/// What the drivers of the boards in sysfs have in common.
+/// Steps that every driver of a board in sysfs takes. All may be taken on any thread.
 namespace BoardIo {
 
 /// Refuses an index that a board does not have. An index equal to the count passes: boards count
@@ -13,8 +13,11 @@ namespace BoardIo {
 /// @throws tesk::InvalidArgumentsException "invalid IO index %d"
 void requireIndex(int index, std::uint32_t count);
 
-/// Selects the edges on which an input raises events. A board without the file is none of our
-/// business: errors are ignored.
+/// Replaces the text of an edge file, which selects the edges that an input reports. A missing file
+/// is not created. Errors are ignored: a board may have no edge files.
+///
+/// @param file the path of the edge file
+/// @param edge the text ("both"), written without a line end
 void writeEdge(const std::string& file, const std::string& edge);
 
 /// The value without its fraction; beyond 32 bits the nearest end of the range.
