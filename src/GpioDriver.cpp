@@ -149,7 +149,7 @@ int GpioDriver::convertValue(RegisterType type, int value, int index) const {
 bool GpioDriver::isValueValid(RegisterType type, int value) const {
     switch (type) {
         case RegisterType::RTS:
-            return DriverRefusal::isBit(type, value, logger);
+            return DriverRefusal::acceptBit(type, value, logger);
         case RegisterType::CTS:
             DriverRefusal::unsupportedWrite(type);
         default:

@@ -140,7 +140,7 @@ bool KR62Driver::isValueValid(RegisterType type, int value) const {
         case RegisterType::RELAY:
         case RegisterType::PULLUP:
         case RegisterType::USB_ENABLE:
-            return DriverRefusal::isBit(type, value, logger);
+            return DriverRefusal::acceptBit(type, value, logger);
         case RegisterType::INPUT_COUNTER:
             return true;
         case RegisterType::COLOR_LED:

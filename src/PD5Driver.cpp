@@ -97,7 +97,7 @@ bool PD5Driver::isValueValid(RegisterType type, int value) const {
     switch (type) {
         case RegisterType::RELAY:
         case RegisterType::ENABLE_ANALOG:
-            return DriverRefusal::isBit(type, value, logger);
+            return DriverRefusal::acceptBit(type, value, logger);
         case RegisterType::INPUT_COUNTER:
             return true;
         case RegisterType::INPUT_DIGITAL:

@@ -22,7 +22,7 @@ void unsupportedWrite(RegisterType type) {
     throw tesk::UnsupportedException(WRITE_NOT_SUPPORTED(getTypeName(type)));
 }
 
-bool isBit(RegisterType type, int value, Poco::Logger& logger) {
+bool acceptBit(RegisterType type, int value, Poco::Logger& logger) {
     const auto number = static_cast<unsigned>(value);
     if (number <= 1) {
         return true;
