@@ -3,6 +3,7 @@
 
 #include "FileNotify.h"
 #include "support/BoardIo.h"
+#include "support/BoardTable.h"
 #include "support/DriverRefusal.h"
 #include "support/Log.h"
 #include "support/ValueFile.h"
@@ -10,19 +11,11 @@
 
 namespace {
 
+using namespace BoardTable;
+using DriverRefusal::acceptBit;
+using Type = RegisterType;
+
 constexpr Pattern<std::string> INFO_FILE("%s/info_io");
-constexpr Pattern<std::string, int> RELAY_FILE("%s/relays/%d/value");
-constexpr Pattern<std::string, int> INPUT_FILE("%s/inputs/%d/value");
-constexpr Pattern<std::string, int> INPUT_EDGE_FILE("%s/inputs/%d/edge");
-constexpr Pattern<std::string, int> PULLUP_FILE("%s/pullups/%d/value");
-constexpr Pattern<std::string, int> COUNTER_FILE("%s/inputs/%d/counter");
-constexpr Pattern<std::string, int> COUNTER_EDGE_FILE("%s/inputs/%d/counter_edge");
-constexpr Pattern<std::string, int> ANALOG_FILE("%s/analogs/%d/value");
-constexpr Pattern<std::string> CURRENT_FILE("%s/supply_current");
-constexpr Pattern<std::string> VOLTAGE_FILE("%s/supply_voltage");
-constexpr Pattern<std::string> USB_FILE("%s/usb_enable");
-constexpr Pattern<std::string, int> LED_COLOR_FILE("%s/leds/%d/color");
-constexpr Pattern<std::string, int> LED_BRIGHTNESS_FILE("%s/leds/%d/brightness");
 constexpr Pattern<std::string> SUPPLY_REFERENCE_FILE("%s/analog_ref");
 constexpr Pattern<std::string> ANALOG_REFERENCE_FILE("%s/analogs/analog_ref");
 
@@ -31,17 +24,51 @@ constexpr Pattern<unsigned> INVALID_COLOR("invalid led color '%?u'");
 constexpr Pattern<unsigned> INVALID_BRIGHTNESS("invalid led brightness '%?u'");
 
 /// The kernel's number of the LED with an index.
-int ledNumber(int index) {
+int ledNumber(int index, const InfoIo& /*counts*/) {
     switch (index) {
         case 1:
             return 3;
         case 2:
             return 12;
         default:
-            // The message has always shown a 0, and is matched by its users.
+            // The message has always shown a 0, and its users match the 0.
             throw tesk::InvalidArgumentsException(INVALID_LED(0));
     }
 }
+
+bool acceptColor(RegisterType /*type*/, int value, Poco::Logger& logger) {
+    const auto color = static_cast<unsigned>(value);
+    if (color >= 1 && color <= KR62Driver::LED_COLORS.size()) {
+        return true;
+    }
+    log(logger, Poco::Message::PRIO_ERROR, INVALID_COLOR, color);
+    return false;
+}
+
+bool acceptBrightness(RegisterType /*type*/, int value, Poco::Logger& logger) {
+    const auto brightness = static_cast<unsigned>(value);
+    if (brightness <= 15) {
+        return true;
+    }
+    log(logger, Poco::Message::PRIO_ERROR, INVALID_BRIGHTNESS, brightness);
+    return false;
+}
+
+constexpr Folder PULLUPS{"pullups", upTo<&InfoIo::inputs>};
+constexpr Folder LEDS{"leds", ledNumber};
+
+constexpr Rows ROWS{
+    {Type::RELAY, RELAYS, "value", acceptBit, WATCHED},
+    {Type::INPUT_DIGITAL, INPUTS, "value", READ_ONLY, WATCHED, BOTH_EDGES},
+    {Type::PULLUP, PULLUPS, "value", acceptBit, WATCHED},
+    {Type::INPUT_COUNTER, INPUTS, "counter", acceptAll, UNWATCHED, COUNTED_EDGE},
+    {Type::INPUT_ANALOG, ANALOGS, "value", READ_ONLY},
+    {Type::DEVICE_CURRENT, WHOLE_BOARD, "supply_current", READ_ONLY},
+    {Type::DEVICE_VOLTAGE, WHOLE_BOARD, "supply_voltage", READ_ONLY},
+    {Type::USB_ENABLE, WHOLE_BOARD, "usb_enable", acceptBit},
+    {Type::COLOR_LED, LEDS, "color", acceptColor},
+    {Type::BRIGHTNESS_LED, LEDS, "brightness", acceptBrightness},
+};
 
 }  // namespace
 
@@ -64,53 +91,15 @@ void KR62Driver::setBasePath(const std::string& path) {
 }
 
 void KR62Driver::configureIO(RegisterType type, int index, std::function<void(int)> callback) {
-    switch (type) {
-        case RegisterType::INPUT_DIGITAL:
-            BoardIo::writeEdge(INPUT_EDGE_FILE(basePath, index), "both");
-            [[fallthrough]];
-        case RegisterType::RELAY:
-        case RegisterType::PULLUP:
-            FileNotify::getInstance()->enableNotifications(getIOFileName(type, index),
-                                                           std::move(callback));
-            break;
-        case RegisterType::INPUT_COUNTER:
-            BoardIo::writeEdge(COUNTER_EDGE_FILE(basePath, index), "rising");
-            break;
-        default:
-            break;
+    BoardTable::selectEdge(ROWS, type, index, basePath);
+    if (BoardTable::isWatched(ROWS, type)) {
+        FileNotify::getInstance()->enableNotifications(getIOFileName(type, index),
+                                                       std::move(callback));
     }
 }
 
 std::string KR62Driver::getIOFileName(RegisterType type, int index) const {
-    switch (type) {
-        case RegisterType::RELAY:
-            BoardIo::requireIndex(index, infoIo.relays);
-            return RELAY_FILE(basePath, index);
-        case RegisterType::INPUT_DIGITAL:
-            BoardIo::requireIndex(index, infoIo.inputs);
-            return INPUT_FILE(basePath, index);
-        case RegisterType::PULLUP:
-            BoardIo::requireIndex(index, infoIo.inputs);
-            return PULLUP_FILE(basePath, index);
-        case RegisterType::INPUT_COUNTER:
-            BoardIo::requireIndex(index, infoIo.inputs);
-            return COUNTER_FILE(basePath, index);
-        case RegisterType::INPUT_ANALOG:
-            BoardIo::requireIndex(index, infoIo.analogs);
-            return ANALOG_FILE(basePath, index);
-        case RegisterType::DEVICE_CURRENT:
-            return CURRENT_FILE(basePath);
-        case RegisterType::DEVICE_VOLTAGE:
-            return VOLTAGE_FILE(basePath);
-        case RegisterType::USB_ENABLE:
-            return USB_FILE(basePath);
-        case RegisterType::COLOR_LED:
-            return LED_COLOR_FILE(basePath, ledNumber(index));
-        case RegisterType::BRIGHTNESS_LED:
-            return LED_BRIGHTNESS_FILE(basePath, ledNumber(index));
-        default:
-            DriverRefusal::unsupportedType(type);
-    }
+    return BoardTable::fileName(ROWS, type, index, basePath, infoIo);
 }
 
 // The factors stay apart and in this order: merged, some results would differ by one.
@@ -135,34 +124,7 @@ int KR62Driver::convertValue(RegisterType type, int value, int /*index*/) const 
 }
 
 bool KR62Driver::isValueValid(RegisterType type, int value) const {
-    const auto number = static_cast<unsigned>(value);
-    switch (type) {
-        case RegisterType::RELAY:
-        case RegisterType::PULLUP:
-        case RegisterType::USB_ENABLE:
-            return DriverRefusal::acceptBit(type, value, logger);
-        case RegisterType::INPUT_COUNTER:
-            return true;
-        case RegisterType::COLOR_LED:
-            if (number < 1 || number > LED_COLORS.size()) {
-                log(logger, Poco::Message::PRIO_ERROR, INVALID_COLOR, number);
-                return false;
-            }
-            return true;
-        case RegisterType::BRIGHTNESS_LED:
-            if (number > 15) {
-                log(logger, Poco::Message::PRIO_ERROR, INVALID_BRIGHTNESS, number);
-                return false;
-            }
-            return true;
-        case RegisterType::INPUT_DIGITAL:
-        case RegisterType::INPUT_ANALOG:
-        case RegisterType::DEVICE_CURRENT:
-        case RegisterType::DEVICE_VOLTAGE:
-            DriverRefusal::unsupportedWrite(type);
-        default:
-            DriverRefusal::unsupportedType(type);
-    }
+    return BoardTable::isValueValid(ROWS, type, value, logger);
 }
 
 int KR62Driver::getRelaysCount() const {

@@ -3,26 +3,32 @@
 
 #include "FileNotify.h"
 #include "support/BoardIo.h"
+#include "support/BoardTable.h"
 #include "support/DriverRefusal.h"
 #include "support/Log.h"
 #include "support/ValueFile.h"
-#include "tesk/Exceptions.h"
 
 namespace {
 
+using namespace BoardTable;
+using DriverRefusal::acceptBit;
+using Type = RegisterType;
+
 constexpr Pattern<std::string, int> BASE_PATH("%s-%d");
 constexpr Pattern<std::string, int> INFO_FILE("%s-%d/info_io");
-constexpr Pattern<std::string, int> RELAY_FILE("%s/relays/%d/value");
-constexpr Pattern<std::string, int> INPUT_FILE("%s/inputs/%d/value");
-constexpr Pattern<std::string, int> INPUT_EDGE_FILE("%s/inputs/%d/edge");
-constexpr Pattern<std::string, int> COUNTER_FILE("%s/inputs/%d/counter");
-constexpr Pattern<std::string, int> COUNTER_EDGE_FILE("%s/inputs/%d/counter_edge");
-constexpr Pattern<std::string, int> ANALOG_FILE("%s/analogs/%d/value");
 constexpr Pattern<std::string, int> ENABLE_FILE("%s/analogs/%d/enable");
 
 constexpr Pattern<int, std::string> NOT_ENABLED("analog '%d' of type '%s' is not enabled");
 
 constexpr double ANALOG_SCALE = 4.137;
+
+constexpr Rows ROWS{
+    {Type::RELAY, RELAYS, "value", acceptBit, WATCHED},
+    {Type::INPUT_DIGITAL, INPUTS, "value", READ_ONLY, WATCHED, BOTH_EDGES},
+    {Type::INPUT_COUNTER, INPUTS, "counter", acceptAll, UNWATCHED, COUNTED_EDGE},
+    {Type::INPUT_ANALOG, ANALOGS, "value", READ_ONLY},
+    {Type::ENABLE_ANALOG, ANALOGS, "enable", acceptBit},
+};
 
 }  // namespace
 
@@ -44,42 +50,15 @@ void PD5Driver::setBasePath(const std::string& path) {
 }
 
 void PD5Driver::configureIO(RegisterType type, int index, std::function<void(int)> callback) {
-    switch (type) {
-        case RegisterType::INPUT_DIGITAL:
-            BoardIo::writeEdge(INPUT_EDGE_FILE(basePath, index), "both");
-            [[fallthrough]];
-        case RegisterType::RELAY:
-            FileNotify::getInstance()->enableNotifications(getIOFileName(type, index),
-                                                           std::move(callback));
-            break;
-        case RegisterType::INPUT_COUNTER:
-            BoardIo::writeEdge(COUNTER_EDGE_FILE(basePath, index), "rising");
-            break;
-        default:
-            break;
+    BoardTable::selectEdge(ROWS, type, index, basePath);
+    if (BoardTable::isWatched(ROWS, type)) {
+        FileNotify::getInstance()->enableNotifications(getIOFileName(type, index),
+                                                       std::move(callback));
     }
 }
 
 std::string PD5Driver::getIOFileName(RegisterType type, int index) const {
-    switch (type) {
-        case RegisterType::RELAY:
-            BoardIo::requireIndex(index, infoIo.relays);
-            return RELAY_FILE(basePath, index);
-        case RegisterType::INPUT_DIGITAL:
-            BoardIo::requireIndex(index, infoIo.inputs);
-            return INPUT_FILE(basePath, index);
-        case RegisterType::INPUT_COUNTER:
-            BoardIo::requireIndex(index, infoIo.inputs);
-            return COUNTER_FILE(basePath, index);
-        case RegisterType::INPUT_ANALOG:
-            BoardIo::requireIndex(index, infoIo.analogs);
-            return ANALOG_FILE(basePath, index);
-        case RegisterType::ENABLE_ANALOG:
-            BoardIo::requireIndex(index, infoIo.analogs);
-            return ENABLE_FILE(basePath, index);
-        default:
-            DriverRefusal::unsupportedType(type);
-    }
+    return BoardTable::fileName(ROWS, type, index, basePath, infoIo);
 }
 
 int PD5Driver::convertValue(RegisterType type, int value, int index) const {
@@ -94,18 +73,7 @@ int PD5Driver::convertValue(RegisterType type, int value, int index) const {
 }
 
 bool PD5Driver::isValueValid(RegisterType type, int value) const {
-    switch (type) {
-        case RegisterType::RELAY:
-        case RegisterType::ENABLE_ANALOG:
-            return DriverRefusal::acceptBit(type, value, logger);
-        case RegisterType::INPUT_COUNTER:
-            return true;
-        case RegisterType::INPUT_DIGITAL:
-        case RegisterType::INPUT_ANALOG:
-            DriverRefusal::unsupportedWrite(type);
-        default:
-            DriverRefusal::unsupportedType(type);
-    }
+    return BoardTable::isValueValid(ROWS, type, value, logger);
 }
 
 int PD5Driver::getRelaysCount() const {
