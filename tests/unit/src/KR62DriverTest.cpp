@@ -1,21 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "KR62Driver.h"
 
-#include <Poco/Exception.h>
 #include <gmock/gmock.h>
 
 #include <filesystem>
 #include <limits>
-#include <map>
 #include <memory>
-#include <set>
 #include <thread>
 #include <vector>
 
-#include "Calls.h"
 #include "CapturedLog.h"
 #include "LoggerNames.h"
-#include "NotifierAsleep.h"
 #include "TemporaryDirectory.h"
 #include "tesk/Exceptions.h"
 
@@ -29,26 +24,6 @@ constexpr int MIN = std::numeric_limits<int>::min();
 constexpr int MAX = std::numeric_limits<int>::max();
 constexpr const char* BASE = "/sys/kernel/kr62";
 
-const std::set<RegisterType> SERVED{
-    RegisterType::RELAY,          RegisterType::INPUT_DIGITAL, RegisterType::PULLUP,
-    RegisterType::INPUT_COUNTER,  RegisterType::INPUT_ANALOG,  RegisterType::DEVICE_CURRENT,
-    RegisterType::DEVICE_VOLTAGE, RegisterType::USB_ENABLE,    RegisterType::COLOR_LED,
-    RegisterType::BRIGHTNESS_LED,
-};
-const std::set<RegisterType> ONLY_READ{RegisterType::INPUT_DIGITAL, RegisterType::INPUT_ANALOG,
-                                       RegisterType::DEVICE_CURRENT, RegisterType::DEVICE_VOLTAGE};
-const std::set<RegisterType> WATCHED{RegisterType::RELAY, RegisterType::PULLUP,
-                                     RegisterType::INPUT_DIGITAL};
-
-/// The kinds that a register may have, and some numbers that are none.
-std::vector<RegisterType> allTypes() {
-    std::vector<RegisterType> types;
-    for (int number = -1; number <= 31; ++number) {
-        types.push_back(static_cast<RegisterType>(number));
-    }
-    return types;
-}
-
 std::string onBoard(const std::string& file) {
     return std::string(BASE) + "/" + file;
 }
@@ -61,17 +36,7 @@ class KR62DriverTest : public testing::Test {
         driver = std::make_unique<KR62Driver>();
     }
 
-    ~KR62DriverTest() override {
-        std::filesystem::remove_all("/sys/kernel");
-        if (isConfigured) {
-            untilNotifierSleeps(log);
-        }
-    }
-
-    void configure(RegisterType type, int index, const Calls& calls) {
-        isConfigured = true;
-        driver->configureIO(type, index, calls.callback());
-    }
+    ~KR62DriverTest() override { std::filesystem::remove_all("/sys/kernel"); }
 
     int converted(RegisterType type, int value) const {
         return driver->convertValue(type, value, 1);
@@ -84,12 +49,9 @@ class KR62DriverTest : public testing::Test {
 
     CapturedLog log;
     std::unique_ptr<KR62Driver> driver;
-
- private:
-    bool isConfigured{false};
 };
 
-TEST_F(KR62DriverTest, IsTheOnlyOneOfItsKind) {
+TEST_F(KR62DriverTest, IsTheOnlyDriverOfItsName) {
     EXPECT_EQ(driver->getName(), "kr62");
     EXPECT_EQ(driver->getDriverId(), DriverInterface::KR62);
     EXPECT_EQ(driver->getIndex(), -1);
@@ -111,55 +73,6 @@ TEST_F(KR62DriverTest, IsAvailableWhileThereIsADirectory) {
     std::filesystem::remove(BASE);
     std::filesystem::create_directory(BASE);
     EXPECT_TRUE(KR62Driver::driverIsAvailable());
-}
-
-TEST_F(KR62DriverTest, IsNotMadeWithoutTheBoard) {
-    std::filesystem::remove(onBoard("info_io"));
-    EXPECT_THAT([] { KR62Driver(); },
-                ThrowsMessage<tesk::NotFoundException>("file /sys/kernel/kr62/info_io not found"));
-}
-
-TEST_F(KR62DriverTest, IsNotMadeWhenTheBoardStatesANumberThatIsNone) {
-    writeFile(onBoard("info_io"), "relays four\n");
-    EXPECT_THROW(KR62Driver(), Poco::SyntaxException);
-}
-
-TEST_F(KR62DriverTest, HasTheCountsThatTheBoardStatedAtFirst) {
-    writeFile(onBoard("info_io"), "relays 9\n");
-    EXPECT_EQ(driver->getRelaysCount(), 4);
-    EXPECT_EQ(driver->getDigitalOutputsCount(), 2);
-    EXPECT_EQ(driver->getDigitalInputsCount(), 8);
-    EXPECT_EQ(driver->getAnalogOutputsCount(), 0);
-    EXPECT_EQ(driver->getAnalogInputsCount(), 5);
-    EXPECT_EQ(driver->getSerialPortsCount(), 0);
-}
-
-TEST_F(KR62DriverTest, NamesTheFileOfAnIoUpToTheCountInclusive) {
-    struct Row {
-        RegisterType type;
-        int count;
-        std::string before;
-        std::string behind;
-    };
-    const std::vector<Row> rows{
-        {RegisterType::RELAY, 4, "relays/", "/value"},
-        {RegisterType::INPUT_DIGITAL, 8, "inputs/", "/value"},
-        {RegisterType::PULLUP, 8, "pullups/", "/value"},
-        {RegisterType::INPUT_COUNTER, 8, "inputs/", "/counter"},
-        {RegisterType::INPUT_ANALOG, 5, "analogs/", "/value"},
-    };
-    for (const Row& row : rows) {
-        for (int index = 0; index <= row.count; ++index) {
-            EXPECT_EQ(driver->getIOFileName(row.type, index),
-                      onBoard(row.before + std::to_string(index) + row.behind));
-        }
-        for (const int index : {row.count + 1, row.count + 2, -1, MIN, MAX}) {
-            EXPECT_THAT([&] { return driver->getIOFileName(row.type, index); },
-                        ThrowsMessage<tesk::InvalidArgumentsException>("invalid IO index " +
-                                                                       std::to_string(index)))
-                << getTypeName(row.type);
-        }
-    }
 }
 
 TEST_F(KR62DriverTest, TheIosOfTheWholeBoardHaveOneFileWhateverTheIndex) {
@@ -190,31 +103,7 @@ TEST_F(KR62DriverTest, TheTextForAnotherLedAlwaysShowsZero) {
     }
 }
 
-TEST_F(KR62DriverTest, ServesNoOtherKind) {
-    for (const RegisterType type : allTypes()) {
-        if (SERVED.count(type) == 0) {
-            const std::string text = "type '" + getTypeName(type) + "' not supported";
-            EXPECT_THAT([&] { return driver->getIOFileName(type, 1); },
-                        ThrowsMessage<tesk::UnsupportedException>(text));
-            EXPECT_THAT([&] { return driver->isValueValid(type, 1); },
-                        ThrowsMessage<tesk::UnsupportedException>(text));
-        }
-    }
-    EXPECT_THAT(log.lines(), IsEmpty());
-}
-
-TEST_F(KR62DriverTest, EveryKindButTheAnalogOnesStaysAsItIs) {
-    for (const RegisterType type : allTypes()) {
-        if (type != RegisterType::INPUT_ANALOG && type != RegisterType::DEVICE_CURRENT &&
-            type != RegisterType::DEVICE_VOLTAGE) {
-            for (const int value : {0, 1, 48312, -5, MIN, MAX}) {
-                EXPECT_EQ(driver->convertValue(type, value, -1), value) << getTypeName(type);
-            }
-        }
-    }
-}
-
-TEST_F(KR62DriverTest, ScalesTheAnalogKinds) {
+TEST_F(KR62DriverTest, ScalesWhatIsMeasured) {
     setReferences("4096", "4096");
     EXPECT_EQ(converted(RegisterType::INPUT_ANALOG, 2048), 1836);
     EXPECT_EQ(converted(RegisterType::DEVICE_VOLTAGE, 2048), 6600);
@@ -329,32 +218,6 @@ TEST_F(KR62DriverTest, AMissingReferenceIsAnErrorUntilItIsThere) {
     EXPECT_EQ(converted(RegisterType::INPUT_ANALOG, 2048), 1836);
 }
 
-TEST_F(KR62DriverTest, SwitchesTakeZeroAndOne) {
-    for (const RegisterType type :
-         {RegisterType::RELAY, RegisterType::PULLUP, RegisterType::USB_ENABLE}) {
-        log.clear();
-        EXPECT_TRUE(driver->isValueValid(type, 0));
-        EXPECT_TRUE(driver->isValueValid(type, 1));
-        EXPECT_THAT(log.lines(), IsEmpty());
-        EXPECT_FALSE(driver->isValueValid(type, 2));
-        EXPECT_FALSE(driver->isValueValid(type, -1));
-        EXPECT_FALSE(driver->isValueValid(type, MIN));
-        const std::string behind = " for IO type " + getTypeName(type);
-        EXPECT_THAT(log.texts(Poco::Message::PRIO_ERROR),
-                    ElementsAre("invalid value '2'" + behind, "invalid value '4294967295'" + behind,
-                                "invalid value '2147483648'" + behind));
-        EXPECT_EQ(log.lines().size(), 3U);
-        EXPECT_EQ(log.lines()[0].source, loggerNameOf("kr62--1-driver", driver.get()));
-    }
-}
-
-TEST_F(KR62DriverTest, CountersTakeEveryValue) {
-    for (const int value : {0, 1, 65536, -1, MIN, MAX}) {
-        EXPECT_TRUE(driver->isValueValid(RegisterType::INPUT_COUNTER, value));
-    }
-    EXPECT_THAT(log.lines(), IsEmpty());
-}
-
 TEST_F(KR62DriverTest, LedsTakeSevenColours) {
     for (int color = 1; color <= 7; ++color) {
         EXPECT_TRUE(driver->isValueValid(RegisterType::COLOR_LED, color));
@@ -383,146 +246,11 @@ TEST_F(KR62DriverTest, LedsTakeSixteenBrightnesses) {
     EXPECT_EQ(log.lines().size(), 3U);
 }
 
-TEST_F(KR62DriverTest, MeasuredKindsCannotBeWritten) {
-    for (const RegisterType type : ONLY_READ) {
-        for (const int value : {0, 1, -1}) {
-            EXPECT_THAT([&] { driver->isValueValid(type, value); },
-                        ThrowsMessage<tesk::UnsupportedException>(
-                            "write not supported for IO type " + getTypeName(type)));
-        }
-    }
-}
-
-TEST_F(KR62DriverTest, AWatchedKindCallsBackWhenItsFileChanges) {
-    const std::map<RegisterType, std::string> files{
-        {RegisterType::RELAY, onBoard("relays/4/value")},
-        {RegisterType::PULLUP, onBoard("pullups/4/value")},
-        {RegisterType::INPUT_DIGITAL, onBoard("inputs/4/value")},
-    };
-    for (const auto& [type, file] : files) {
-        const Calls calls;
-        writeFile(file, "");
-        configure(type, 4, calls);
-        writeFile(file, "1");
-        EXPECT_TRUE(calls.reach(1)) << file;
-    }
-}
-
-TEST_F(KR62DriverTest, ADigitalInputReportsBothEdges) {
-    const Calls calls;
-    writeFile(onBoard("inputs/3/value"), "0");
-    writeFile(onBoard("inputs/3/edge"), "something longer\n");
-    configure(RegisterType::INPUT_DIGITAL, 3, calls);
-    EXPECT_EQ(readFile(onBoard("inputs/3/edge")), "both");
-}
-
-TEST_F(KR62DriverTest, OnlyDigitalInputsHaveTheirEdgesSet) {
-    const Calls calls;
-    for (const char* tree : {"relays", "pullups", "inputs"}) {
-        writeFile(onBoard(std::string(tree) + "/2/value"), "0");
-        writeFile(onBoard(std::string(tree) + "/2/edge"), "none");
-        writeFile(onBoard(std::string(tree) + "/2/counter_edge"), "none");
-    }
-    configure(RegisterType::RELAY, 2, calls);
-    configure(RegisterType::PULLUP, 2, calls);
-    for (const char* tree : {"relays", "pullups", "inputs"}) {
-        EXPECT_EQ(readFile(onBoard(std::string(tree) + "/2/edge")), "none");
-        EXPECT_EQ(readFile(onBoard(std::string(tree) + "/2/counter_edge")), "none");
-    }
-}
-
-TEST_F(KR62DriverTest, AMissingEdgeFileIsNotMadeAndTheInputWatchedAllTheSame) {
-    const Calls calls;
-    writeFile(onBoard("inputs/3/value"), "");
-    configure(RegisterType::INPUT_DIGITAL, 3, calls);
-    EXPECT_FALSE(std::filesystem::exists(onBoard("inputs/3/edge")));
-    writeFile(onBoard("inputs/3/value"), "1");
-    EXPECT_TRUE(calls.reach(1));
-    configure(RegisterType::INPUT_COUNTER, 3, calls);
-    EXPECT_FALSE(std::filesystem::exists(onBoard("inputs/3/counter_edge")));
-}
-
-TEST_F(KR62DriverTest, AnEdgeFileThatCannotBeWrittenIsIgnored) {
-    const Calls calls;
-    writeFile(onBoard("inputs/3/value"), "");
-    std::filesystem::create_directory(onBoard("inputs/3/edge"));
-    configure(RegisterType::INPUT_DIGITAL, 3, calls);
-    std::filesystem::create_symlink("/dev/full", onBoard("inputs/3/counter_edge"));
-    configure(RegisterType::INPUT_COUNTER, 3, calls);
-    writeFile(onBoard("inputs/3/value"), "1");
-    EXPECT_TRUE(calls.reach(1));
-}
-
-TEST_F(KR62DriverTest, TheEdgeOfAnInputIsSetBeforeItsIndexIsChecked) {
-    writeFile(onBoard("inputs/9/value"), "0");
-    writeFile(onBoard("inputs/9/edge"), "none");
-    EXPECT_THAT([&] { configure(RegisterType::INPUT_DIGITAL, 9, Calls()); },
-                ThrowsMessage<tesk::InvalidArgumentsException>("invalid IO index 9"));
-    EXPECT_EQ(readFile(onBoard("inputs/9/edge")), "both");
-}
-
-TEST_F(KR62DriverTest, AWatchedKindWithABadIndexOrWithoutItsFileCannotBeConfigured) {
-    for (const RegisterType type : WATCHED) {
-        for (const int index : {9, -1}) {
-            EXPECT_THAT([&] { configure(type, index, Calls()); },
-                        ThrowsMessage<tesk::InvalidArgumentsException>("invalid IO index " +
-                                                                       std::to_string(index)));
-        }
-        EXPECT_THAT([&] { configure(type, 1, Calls()); },
-                    ThrowsMessage<tesk::InputOutputException>(
-                        "error enabling notification for file '" + driver->getIOFileName(type, 1) +
-                        "': No such file or directory"));
-    }
-}
-
-TEST_F(KR62DriverTest, ACounterCountsRisingEdgesAndIsNotWatched) {
-    const Calls counter;
-    const Calls relay;
-    writeFile(onBoard("inputs/3/counter"), "");
-    writeFile(onBoard("inputs/3/value"), "");
-    writeFile(onBoard("inputs/3/edge"), "none");
-    writeFile(onBoard("inputs/3/counter_edge"), "something longer\n");
-    writeFile(onBoard("relays/1/value"), "");
-    configure(RegisterType::INPUT_COUNTER, 3, counter);
-    configure(RegisterType::RELAY, 1, relay);
-    EXPECT_EQ(readFile(onBoard("inputs/3/counter_edge")), "rising");
-    EXPECT_EQ(readFile(onBoard("inputs/3/edge")), "none");
-    writeFile(onBoard("inputs/3/counter"), "17");
-    writeFile(onBoard("inputs/3/value"), "1");
-    // Changes are served in order.
-    writeFile(onBoard("relays/1/value"), "1");
-    ASSERT_TRUE(relay.reach(1));
-    EXPECT_THAT(counter.keys(), IsEmpty());
-}
-
-TEST_F(KR62DriverTest, ConfiguringACounterChecksNoIndex) {
-    writeFile(onBoard("inputs/99/counter_edge"), "none");
-    configure(RegisterType::INPUT_COUNTER, 99, Calls());
-    configure(RegisterType::INPUT_COUNTER, -1, Calls());
-    EXPECT_EQ(readFile(onBoard("inputs/99/counter_edge")), "rising");
-}
-
-TEST_F(KR62DriverTest, OtherKindsNeedNoConfiguration) {
-    const Calls calls;
-    for (const RegisterType type : allTypes()) {
-        if (WATCHED.count(type) == 0 && type != RegisterType::INPUT_COUNTER) {
-            for (const int index : {-1, 1, 99}) {
-                EXPECT_NO_THROW(driver->configureIO(type, index, calls.callback()))
-                    << getTypeName(type);
-            }
-        }
-    }
-    EXPECT_THAT(log.lines(), IsEmpty());
-}
-
-TEST_F(KR62DriverTest, AnotherBasePathMovesTheFilesButNotTheCounts) {
+TEST_F(KR62DriverTest, AnotherBasePathIsTakenAsItStandsAndMovesTheReferencesToo) {
     const TemporaryDirectory directory;
     const std::string base = directory.path();
-    writeFile(base + "/info_io", "relays 99\ninputs 99\nanalogs 99\n");
     driver->setBasePath(base);
     EXPECT_EQ(driver->getIOFileName(RegisterType::RELAY, 4), base + "/relays/4/value");
-    EXPECT_THROW(driver->getIOFileName(RegisterType::RELAY, 5), tesk::InvalidArgumentsException);
-    EXPECT_EQ(driver->getRelaysCount(), 4);
     EXPECT_EQ(driver->getIOFileName(RegisterType::USB_ENABLE, 0), base + "/usb_enable");
     EXPECT_EQ(driver->getIOFileName(RegisterType::COLOR_LED, 2), base + "/leds/12/color");
     setReferences("1", "1");
@@ -530,26 +258,6 @@ TEST_F(KR62DriverTest, AnotherBasePathMovesTheFilesButNotTheCounts) {
     writeFile(base + "/analogs/analog_ref", "4096");
     EXPECT_EQ(converted(RegisterType::DEVICE_VOLTAGE, 2048), 6600);
     EXPECT_EQ(converted(RegisterType::INPUT_ANALOG, 2048), 1836);
-
-    const Calls calls;
-    writeFile(onBoard("inputs/3/edge"), "none");
-    for (const char* name : {"value", "edge", "counter_edge"}) {
-        writeFile(base + "/inputs/3/" + name, "");
-    }
-    configure(RegisterType::INPUT_DIGITAL, 3, calls);
-    configure(RegisterType::INPUT_COUNTER, 3, calls);
-    EXPECT_EQ(readFile(base + "/inputs/3/edge"), "both");
-    EXPECT_EQ(readFile(base + "/inputs/3/counter_edge"), "rising");
-    EXPECT_EQ(readFile(onBoard("inputs/3/edge")), "none");
-    writeFile(base + "/inputs/3/value", "1");
-    EXPECT_TRUE(calls.reach(1));
-}
-
-TEST_F(KR62DriverTest, APathIsTakenAsItStands) {
-    driver->setBasePath("%s%d");
-    EXPECT_EQ(driver->getIOFileName(RegisterType::RELAY, 1), "%s%d/relays/1/value");
-    driver->setBasePath("");
-    EXPECT_EQ(driver->getIOFileName(RegisterType::RELAY, 1), "/relays/1/value");
 }
 
 TEST_F(KR62DriverTest, ReadsFromSeveralThreadsAtOnce) {

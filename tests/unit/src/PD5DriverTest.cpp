@@ -1,21 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "PD5Driver.h"
 
-#include <Poco/Exception.h>
 #include <gmock/gmock.h>
 
 #include <filesystem>
 #include <limits>
-#include <map>
 #include <memory>
-#include <set>
 #include <thread>
 #include <vector>
 
-#include "Calls.h"
 #include "CapturedLog.h"
 #include "LoggerNames.h"
-#include "NotifierAsleep.h"
 #include "TemporaryDirectory.h"
 #include "tesk/Exceptions.h"
 
@@ -27,20 +22,6 @@ using testing::ThrowsMessage;
 
 constexpr int MIN = std::numeric_limits<int>::min();
 constexpr int MAX = std::numeric_limits<int>::max();
-
-const std::set<RegisterType> SERVED{RegisterType::RELAY, RegisterType::INPUT_DIGITAL,
-                                    RegisterType::INPUT_COUNTER, RegisterType::INPUT_ANALOG,
-                                    RegisterType::ENABLE_ANALOG};
-const std::set<RegisterType> WATCHED{RegisterType::RELAY, RegisterType::INPUT_DIGITAL};
-
-/// The kinds that a register may have, and some numbers that are none.
-std::vector<RegisterType> allTypes() {
-    std::vector<RegisterType> types;
-    for (int number = -1; number <= 31; ++number) {
-        types.push_back(static_cast<RegisterType>(number));
-    }
-    return types;
-}
 
 std::string onExpander(const std::string& file) {
     return "/sys/kernel/pd5-1/" + file;
@@ -54,17 +35,7 @@ class PD5DriverTest : public testing::Test {
         driver = std::make_unique<PD5Driver>(1);
     }
 
-    ~PD5DriverTest() override {
-        std::filesystem::remove_all("/sys/kernel");
-        if (isConfigured) {
-            untilNotifierSleeps(log);
-        }
-    }
-
-    void configure(RegisterType type, int index, const Calls& calls) {
-        isConfigured = true;
-        driver->configureIO(type, index, calls.callback());
-    }
+    ~PD5DriverTest() override { std::filesystem::remove_all("/sys/kernel"); }
 
     static void enable(int index, const std::string& text) {
         writeFile(onExpander("analogs/" + std::to_string(index) + "/enable"), text);
@@ -76,9 +47,6 @@ class PD5DriverTest : public testing::Test {
 
     CapturedLog log;
     std::unique_ptr<PD5Driver> driver;
-
- private:
-    bool isConfigured{false};
 };
 
 TEST_F(PD5DriverTest, IsNamedAfterItsExpander) {
@@ -110,73 +78,6 @@ TEST_F(PD5DriverTest, IsAvailableWhileThereIsADirectoryWithItsNumber) {
 TEST_F(PD5DriverTest, IsNotMadeWithoutItsExpander) {
     EXPECT_THAT([] { PD5Driver(2); },
                 ThrowsMessage<tesk::NotFoundException>("file /sys/kernel/pd5-2/info_io not found"));
-}
-
-TEST_F(PD5DriverTest, IsNotMadeWhenTheExpanderStatesANumberThatIsNone) {
-    writeFile(onExpander("info_io"), "analogs many\n");
-    EXPECT_THROW(PD5Driver(1), Poco::SyntaxException);
-}
-
-TEST_F(PD5DriverTest, HasTheCountsThatTheExpanderStatedAtFirst) {
-    writeFile(onExpander("info_io"), "relays 9\n");
-    EXPECT_EQ(driver->getRelaysCount(), 6);
-    EXPECT_EQ(driver->getDigitalOutputsCount(), 2);
-    EXPECT_EQ(driver->getDigitalInputsCount(), 4);
-    EXPECT_EQ(driver->getAnalogOutputsCount(), 0);
-    EXPECT_EQ(driver->getAnalogInputsCount(), 3);
-    EXPECT_EQ(driver->getSerialPortsCount(), 0);
-}
-
-TEST_F(PD5DriverTest, NamesTheFileOfAnIoUpToTheCountInclusive) {
-    struct Row {
-        RegisterType type;
-        int count;
-        std::string before;
-        std::string behind;
-    };
-    const std::vector<Row> rows{
-        {RegisterType::RELAY, 6, "relays/", "/value"},
-        {RegisterType::INPUT_DIGITAL, 4, "inputs/", "/value"},
-        {RegisterType::INPUT_COUNTER, 4, "inputs/", "/counter"},
-        {RegisterType::INPUT_ANALOG, 3, "analogs/", "/value"},
-        {RegisterType::ENABLE_ANALOG, 3, "analogs/", "/enable"},
-    };
-    for (const Row& row : rows) {
-        for (int index = 0; index <= row.count; ++index) {
-            EXPECT_EQ(driver->getIOFileName(row.type, index),
-                      onExpander(row.before + std::to_string(index) + row.behind));
-        }
-        for (const int index : {row.count + 1, row.count + 2, -1, MIN, MAX}) {
-            EXPECT_THAT([&] { return driver->getIOFileName(row.type, index); },
-                        ThrowsMessage<tesk::InvalidArgumentsException>("invalid IO index " +
-                                                                       std::to_string(index)))
-                << getTypeName(row.type);
-        }
-    }
-}
-
-TEST_F(PD5DriverTest, ServesNoOtherKind) {
-    for (const RegisterType type : allTypes()) {
-        if (SERVED.count(type) == 0) {
-            const std::string text = "type '" + getTypeName(type) + "' not supported";
-            EXPECT_THAT([&] { return driver->getIOFileName(type, 0); },
-                        ThrowsMessage<tesk::UnsupportedException>(text));
-            EXPECT_THAT([&] { return driver->isValueValid(type, 0); },
-                        ThrowsMessage<tesk::UnsupportedException>(text));
-        }
-    }
-    EXPECT_THAT(log.lines(), IsEmpty());
-}
-
-TEST_F(PD5DriverTest, EveryKindButTheAnalogInputStaysAsItIs) {
-    for (const RegisterType type : allTypes()) {
-        if (type != RegisterType::INPUT_ANALOG) {
-            for (const int value : {0, 1, 48312, -5, MIN, MAX}) {
-                EXPECT_EQ(driver->convertValue(type, value, -1), value) << getTypeName(type);
-            }
-        }
-    }
-    EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 TEST_F(PD5DriverTest, ScalesAnAnalogInputThatIsEnabled) {
@@ -267,178 +168,14 @@ TEST_F(PD5DriverTest, AnAnalogInputWithoutItsEnableFileIsAnError) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(PD5DriverTest, SwitchesTakeZeroAndOne) {
-    for (const RegisterType type : {RegisterType::RELAY, RegisterType::ENABLE_ANALOG}) {
-        log.clear();
-        EXPECT_TRUE(driver->isValueValid(type, 0));
-        EXPECT_TRUE(driver->isValueValid(type, 1));
-        EXPECT_THAT(log.lines(), IsEmpty());
-        EXPECT_FALSE(driver->isValueValid(type, 2));
-        EXPECT_FALSE(driver->isValueValid(type, -1));
-        EXPECT_FALSE(driver->isValueValid(type, MIN));
-        const std::string behind = " for IO type " + getTypeName(type);
-        EXPECT_THAT(log.texts(Poco::Message::PRIO_ERROR),
-                    ElementsAre("invalid value '2'" + behind, "invalid value '4294967295'" + behind,
-                                "invalid value '2147483648'" + behind));
-        EXPECT_EQ(log.lines().size(), 3U);
-    }
-}
-
-TEST_F(PD5DriverTest, CountersTakeEveryValue) {
-    for (const int value : {0, 1, 65536, -1, MIN, MAX}) {
-        EXPECT_TRUE(driver->isValueValid(RegisterType::INPUT_COUNTER, value));
-    }
-    EXPECT_THAT(log.lines(), IsEmpty());
-}
-
-TEST_F(PD5DriverTest, InputsCannotBeWritten) {
-    for (const RegisterType type : {RegisterType::INPUT_DIGITAL, RegisterType::INPUT_ANALOG}) {
-        for (const int value : {0, 1, -1}) {
-            EXPECT_THAT([&] { driver->isValueValid(type, value); },
-                        ThrowsMessage<tesk::UnsupportedException>(
-                            "write not supported for IO type " + getTypeName(type)));
-        }
-    }
-}
-
-TEST_F(PD5DriverTest, AWatchedKindCallsBackWhenItsFileChanges) {
-    const std::map<RegisterType, std::string> files{
-        {RegisterType::RELAY, onExpander("relays/4/value")},
-        {RegisterType::INPUT_DIGITAL, onExpander("inputs/4/value")},
-    };
-    for (const auto& [type, file] : files) {
-        const Calls calls;
-        writeFile(file, "");
-        configure(type, 4, calls);
-        writeFile(file, "1");
-        EXPECT_TRUE(calls.reach(1)) << file;
-    }
-}
-
-TEST_F(PD5DriverTest, ADigitalInputReportsBothEdges) {
-    const Calls calls;
-    writeFile(onExpander("inputs/3/value"), "0");
-    writeFile(onExpander("inputs/3/edge"), "something longer\n");
-    writeFile(onExpander("inputs/3/counter_edge"), "none");
-    configure(RegisterType::INPUT_DIGITAL, 3, calls);
-    EXPECT_EQ(readFile(onExpander("inputs/3/edge")), "both");
-    EXPECT_EQ(readFile(onExpander("inputs/3/counter_edge")), "none");
-}
-
-TEST_F(PD5DriverTest, ARelayHasNoEdgesSet) {
-    const Calls calls;
-    writeFile(onExpander("relays/2/value"), "0");
-    writeFile(onExpander("relays/2/edge"), "none");
-    writeFile(onExpander("inputs/2/edge"), "none");
-    configure(RegisterType::RELAY, 2, calls);
-    EXPECT_EQ(readFile(onExpander("relays/2/edge")), "none");
-    EXPECT_EQ(readFile(onExpander("inputs/2/edge")), "none");
-}
-
-TEST_F(PD5DriverTest, AMissingEdgeFileIsNotMadeAndTheInputWatchedAllTheSame) {
-    const Calls calls;
-    writeFile(onExpander("inputs/3/value"), "");
-    configure(RegisterType::INPUT_DIGITAL, 3, calls);
-    EXPECT_FALSE(std::filesystem::exists(onExpander("inputs/3/edge")));
-    writeFile(onExpander("inputs/3/value"), "1");
-    EXPECT_TRUE(calls.reach(1));
-    configure(RegisterType::INPUT_COUNTER, 3, calls);
-    EXPECT_FALSE(std::filesystem::exists(onExpander("inputs/3/counter_edge")));
-}
-
-TEST_F(PD5DriverTest, TheEdgeOfAnInputIsSetBeforeItsIndexIsChecked) {
-    writeFile(onExpander("inputs/5/value"), "0");
-    writeFile(onExpander("inputs/5/edge"), "none");
-    EXPECT_THAT([&] { configure(RegisterType::INPUT_DIGITAL, 5, Calls()); },
-                ThrowsMessage<tesk::InvalidArgumentsException>("invalid IO index 5"));
-    EXPECT_EQ(readFile(onExpander("inputs/5/edge")), "both");
-}
-
-TEST_F(PD5DriverTest, AWatchedKindWithABadIndexOrWithoutItsFileCannotBeConfigured) {
-    for (const RegisterType type : WATCHED) {
-        for (const int index : {7, -1}) {
-            EXPECT_THAT([&] { configure(type, index, Calls()); },
-                        ThrowsMessage<tesk::InvalidArgumentsException>("invalid IO index " +
-                                                                       std::to_string(index)));
-        }
-        EXPECT_THAT([&] { configure(type, 1, Calls()); },
-                    ThrowsMessage<tesk::InputOutputException>(
-                        "error enabling notification for file '" + driver->getIOFileName(type, 1) +
-                        "': No such file or directory"));
-    }
-}
-
-TEST_F(PD5DriverTest, ACounterCountsRisingEdgesAndIsNotWatched) {
-    const Calls counter;
-    const Calls relay;
-    writeFile(onExpander("inputs/3/counter"), "");
-    writeFile(onExpander("inputs/3/value"), "");
-    writeFile(onExpander("inputs/3/edge"), "none");
-    writeFile(onExpander("inputs/3/counter_edge"), "something longer\n");
-    writeFile(onExpander("relays/1/value"), "");
-    configure(RegisterType::INPUT_COUNTER, 3, counter);
-    configure(RegisterType::RELAY, 1, relay);
-    EXPECT_EQ(readFile(onExpander("inputs/3/counter_edge")), "rising");
-    EXPECT_EQ(readFile(onExpander("inputs/3/edge")), "none");
-    writeFile(onExpander("inputs/3/counter"), "17");
-    writeFile(onExpander("inputs/3/value"), "1");
-    // Changes are served in order.
-    writeFile(onExpander("relays/1/value"), "1");
-    ASSERT_TRUE(relay.reach(1));
-    EXPECT_THAT(counter.keys(), IsEmpty());
-}
-
-TEST_F(PD5DriverTest, ConfiguringACounterChecksNoIndex) {
-    writeFile(onExpander("inputs/99/counter_edge"), "none");
-    configure(RegisterType::INPUT_COUNTER, 99, Calls());
-    configure(RegisterType::INPUT_COUNTER, -1, Calls());
-    EXPECT_EQ(readFile(onExpander("inputs/99/counter_edge")), "rising");
-}
-
-TEST_F(PD5DriverTest, OtherKindsNeedNoConfiguration) {
-    const Calls calls;
-    for (const RegisterType type : allTypes()) {
-        if (WATCHED.count(type) == 0 && type != RegisterType::INPUT_COUNTER) {
-            for (const int index : {-1, 1, 99}) {
-                EXPECT_NO_THROW(driver->configureIO(type, index, calls.callback()))
-                    << getTypeName(type);
-            }
-        }
-    }
-    EXPECT_THAT(log.lines(), IsEmpty());
-}
-
-TEST_F(PD5DriverTest, AnotherBasePathIsCompletedByTheNumberAndLeavesTheCounts) {
+TEST_F(PD5DriverTest, AnotherBasePathIsCompletedByTheNumberForTheEnableFilesToo) {
     driver->setBasePath("/tmp/x");
     EXPECT_EQ(driver->getIOFileName(RegisterType::RELAY, 6), "/tmp/x-1/relays/6/value");
     EXPECT_EQ(driver->getIOFileName(RegisterType::ENABLE_ANALOG, 0), "/tmp/x-1/analogs/0/enable");
-    writeFile("/tmp/x-1/info_io", "relays 99\n");
-    EXPECT_THROW(driver->getIOFileName(RegisterType::RELAY, 7), tesk::InvalidArgumentsException);
-    EXPECT_EQ(driver->getRelaysCount(), 6);
     enable(2, "0");
     writeFile("/tmp/x-1/analogs/2/enable", "1");
     EXPECT_EQ(analog(1000), 4137);
-
-    const Calls calls;
-    writeFile(onExpander("inputs/3/edge"), "none");
-    for (const char* name : {"value", "edge", "counter_edge"}) {
-        writeFile(std::string("/tmp/x-1/inputs/3/") + name, "");
-    }
-    configure(RegisterType::INPUT_DIGITAL, 3, calls);
-    configure(RegisterType::INPUT_COUNTER, 3, calls);
-    EXPECT_EQ(readFile("/tmp/x-1/inputs/3/edge"), "both");
-    EXPECT_EQ(readFile("/tmp/x-1/inputs/3/counter_edge"), "rising");
-    EXPECT_EQ(readFile(onExpander("inputs/3/edge")), "none");
-    writeFile("/tmp/x-1/inputs/3/value", "1");
-    EXPECT_TRUE(calls.reach(1));
     std::filesystem::remove_all("/tmp/x-1");
-}
-
-TEST_F(PD5DriverTest, APathIsTakenAsItStands) {
-    driver->setBasePath("%s%d");
-    EXPECT_EQ(driver->getIOFileName(RegisterType::RELAY, 1), "%s%d-1/relays/1/value");
-    driver->setBasePath("");
-    EXPECT_EQ(driver->getIOFileName(RegisterType::RELAY, 1), "-1/relays/1/value");
 }
 
 TEST_F(PD5DriverTest, ReadsFromSeveralThreadsAtOnce) {
