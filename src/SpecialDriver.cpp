@@ -38,20 +38,9 @@ void SpecialDriver::configureIO(RegisterType /*type*/, int /*index*/,
                                 std::function<void(int)> /*callback*/) {}
 
 std::string SpecialDriver::getIOFileName(RegisterType type, int index) const {
-    switch (type) {
-        case RegisterType::PD5_DETECTED:
-            requirePd5Index(index);
-            return {};
-        case RegisterType::COUNT_SERIALS:
-        case RegisterType::COUNT_RELAYS:
-        case RegisterType::COUNT_OUTPUTS:
-        case RegisterType::COUNT_INPUTS:
-        case RegisterType::COUNT_ANALOG_OUTPUTS:
-        case RegisterType::COUNT_ANALOG_INPUTS:
-            return {};
-        default:
-            DriverRefusal::unsupportedType(type);
-    }
+    // What has no value is refused here too.
+    SpecialDriver::convertValue(type, 0, index);
+    return {};
 }
 
 int SpecialDriver::convertValue(RegisterType type, int /*value*/, int index) const {

@@ -4,6 +4,8 @@
 #include <Poco/NumberParser.h>
 #include <sys/sysinfo.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
@@ -31,6 +33,22 @@ constexpr Pattern<std::string> READ_OPEN_FAILED("error opening file '%s' for rea
 constexpr Pattern<int, std::string, int> SENSOR_LINE(
     "line %d from temperature sensor addresses: %s %d");
 constexpr Pattern<int> SENSOR_NOT_FOUND("sensor temperature not found on index %d");
+
+constexpr std::array SERVED{
+    RegisterType::CPU_TEMP,
+    RegisterType::SENSOR_TEMP_VALUE,
+    RegisterType::SENSOR_TEMP_ADDRESS_LOWER,
+    RegisterType::SENSOR_TEMP_ADDRESS_HIGHER,
+    RegisterType::UPTIME,
+    RegisterType::HW_TYPE,
+    RegisterType::FW_VERSION,
+};
+
+void requireServed(RegisterType type) {
+    if (std::find(SERVED.begin(), SERVED.end(), type) == SERVED.end()) {
+        DriverRefusal::unsupportedType(type);
+    }
+}
 
 int readUptime() {
     struct sysinfo info {};
@@ -80,19 +98,8 @@ void VaduDriver::configureIO(RegisterType /*type*/, int /*index*/,
                              std::function<void(int)> /*callback*/) {}
 
 std::string VaduDriver::getIOFileName(RegisterType type, int /*index*/) const {
-    switch (type) {
-        case RegisterType::CPU_TEMP:
-            return CPU_TEMP_FILE;
-        case RegisterType::SENSOR_TEMP_VALUE:
-        case RegisterType::SENSOR_TEMP_ADDRESS_LOWER:
-        case RegisterType::SENSOR_TEMP_ADDRESS_HIGHER:
-        case RegisterType::UPTIME:
-        case RegisterType::HW_TYPE:
-        case RegisterType::FW_VERSION:
-            return {};
-        default:
-            DriverRefusal::unsupportedType(type);
-    }
+    requireServed(type);
+    return type == RegisterType::CPU_TEMP ? CPU_TEMP_FILE : "";
 }
 
 int VaduDriver::convertValue(RegisterType type, int value, int index) const {
@@ -114,18 +121,8 @@ int VaduDriver::convertValue(RegisterType type, int value, int index) const {
 }
 
 bool VaduDriver::isValueValid(RegisterType type, int /*value*/) const {
-    switch (type) {
-        case RegisterType::SENSOR_TEMP_VALUE:
-        case RegisterType::SENSOR_TEMP_ADDRESS_LOWER:
-        case RegisterType::SENSOR_TEMP_ADDRESS_HIGHER:
-        case RegisterType::CPU_TEMP:
-        case RegisterType::UPTIME:
-        case RegisterType::HW_TYPE:
-        case RegisterType::FW_VERSION:
-            throw tesk::UnsupportedException(WRITE_NOT_SUPPORTED(getTypeName(type)));
-        default:
-            DriverRefusal::unsupportedType(type);
-    }
+    requireServed(type);
+    throw tesk::UnsupportedException(WRITE_NOT_SUPPORTED(getTypeName(type)));
 }
 
 int VaduDriver::getSerialPortsCount() const {

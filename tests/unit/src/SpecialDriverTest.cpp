@@ -11,6 +11,7 @@
 
 #include "CapturedLog.h"
 #include "FakeDriver.h"
+#include "RegisterTypes.h"
 #include "VaduDriver.h"
 #include "tesk/Exceptions.h"
 
@@ -30,9 +31,9 @@ const std::set<RegisterType> COUNTS{
 
 class SpecialDriverTest : public testing::Test {
  protected:
-    std::shared_ptr<FakeDriver> add(DriverInterface::Driver kind, int index,
+    std::shared_ptr<FakeDriver> add(DriverInterface::Driver id, int index,
                                     const FakeDriver::Counts& counts) {
-        auto driver = std::make_shared<FakeDriver>(kind, index);
+        auto driver = std::make_shared<FakeDriver>(id, index);
         driver->counts = counts;
         special.addIoCount(driver);
         return driver;
@@ -54,7 +55,7 @@ class SpecialDriverTest : public testing::Test {
     SpecialDriver special;
 };
 
-TEST_F(SpecialDriverTest, IsTheOnlyOneOfItsKind) {
+TEST_F(SpecialDriverTest, IsTheOnlyDriverOfItsName) {
     EXPECT_EQ(special.getName(), "special");
     EXPECT_EQ(special.getDriverId(), DriverInterface::SPECIAL);
     EXPECT_EQ(special.getIndex(), -1);
@@ -67,7 +68,7 @@ TEST_F(SpecialDriverTest, HasCountedNothingAtFirst) {
     EXPECT_THAT(detected(), ElementsAre(0, 0, 0, 0));
 }
 
-TEST_F(SpecialDriverTest, AddsUpEveryKindOfIo) {
+TEST_F(SpecialDriverTest, AddsUpTheIosOfAllDrivers) {
     add(DriverInterface::KR62, -1, {1, 2, 3, 4, 5, 6});
     add(DriverInterface::GPIOCHIP, 0, {100, 200, 300, 400, 500, 600});
     EXPECT_EQ(value(RegisterType::COUNT_SERIALS), 101);
@@ -174,9 +175,8 @@ TEST_F(SpecialDriverTest, AReadIgnoresTheValueAndForCountsTheIndex) {
     EXPECT_EQ(special.convertValue(RegisterType::PD5_DETECTED, 77, 3), 0);
 }
 
-TEST_F(SpecialDriverTest, ServesNoOtherKind) {
-    for (int number = -1; number <= 31; ++number) {
-        const auto type = static_cast<RegisterType>(number);
+TEST_F(SpecialDriverTest, ServesNoOtherType) {
+    for (const RegisterType type : allTypes()) {
         if (COUNTS.count(type) != 0 || type == RegisterType::PD5_DETECTED) {
             continue;
         }
@@ -188,8 +188,7 @@ TEST_F(SpecialDriverTest, ServesNoOtherKind) {
 }
 
 TEST_F(SpecialDriverTest, NothingCanBeWritten) {
-    for (int number = -1; number <= 31; ++number) {
-        const auto type = static_cast<RegisterType>(number);
+    for (const RegisterType type : allTypes()) {
         EXPECT_THAT([&] { special.isValueValid(type, 0); },
                     ThrowsMessage<tesk::UnsupportedException>("write not supported for IO type " +
                                                               getTypeName(type)));
@@ -198,9 +197,8 @@ TEST_F(SpecialDriverTest, NothingCanBeWritten) {
 
 TEST_F(SpecialDriverTest, ConfiguringDoesNothing) {
     const CapturedLog log;
-    for (int number = 0; number <= 30; ++number) {
-        special.configureIO(static_cast<RegisterType>(number), -1,
-                            [](int) { ADD_FAILURE() << "was notified"; });
+    for (const RegisterType type : allTypes()) {
+        special.configureIO(type, -1, [](int) { ADD_FAILURE() << "was notified"; });
     }
     EXPECT_THAT(log.lines(), testing::IsEmpty());
 }

@@ -22,6 +22,7 @@
 #include "CapturedLog.h"
 #include "ChildProcess.h"
 #include "LoggerNames.h"
+#include "RegisterTypes.h"
 #include "TemporaryDirectory.h"
 #include "tesk/Exceptions.h"
 
@@ -51,15 +52,6 @@ const std::set<RegisterType> WITHOUT_FILE{TEMPERATURE,
                                           RegisterType::UPTIME,
                                           RegisterType::HW_TYPE,
                                           RegisterType::FW_VERSION};
-
-/// The kinds that a register may have, and some numbers that are none.
-std::vector<RegisterType> allTypes() {
-    std::vector<RegisterType> types;
-    for (int number = -1; number <= 31; ++number) {
-        types.push_back(static_cast<RegisterType>(number));
-    }
-    return types;
-}
 
 class VaduDriverTest : public testing::Test {
  protected:
@@ -100,7 +92,7 @@ class VaduDriverTest : public testing::Test {
     std::string osRelease = readFile(OS_RELEASE);
 };
 
-TEST_F(VaduDriverTest, IsTheOnlyOneOfItsKind) {
+TEST_F(VaduDriverTest, IsTheOnlyDriverOfItsName) {
     EXPECT_EQ(driver.getName(), "vadu");
     EXPECT_EQ(driver.getDriverId(), DriverInterface::VADU);
     EXPECT_EQ(driver.getIndex(), -1);
@@ -133,7 +125,7 @@ TEST_F(VaduDriverTest, OnlyTheCpuTemperatureHasAFile) {
     }
 }
 
-TEST_F(VaduDriverTest, ServesNoOtherKind) {
+TEST_F(VaduDriverTest, ServesNoOtherType) {
     for (const RegisterType type : allTypes()) {
         if (type != RegisterType::CPU_TEMP && WITHOUT_FILE.count(type) == 0) {
             EXPECT_THAT([&] { return driver.getIOFileName(type, 1); },
@@ -153,7 +145,7 @@ TEST_F(VaduDriverTest, NothingCanBeWritten) {
     }
 }
 
-TEST_F(VaduDriverTest, EveryOtherKindIsReadAsItStandsInItsFile) {
+TEST_F(VaduDriverTest, EveryOtherTypeIsReadAsItStandsInItsFile) {
     for (const RegisterType type : allTypes()) {
         if (WITHOUT_FILE.count(type) == 0) {
             EXPECT_EQ(driver.convertValue(type, 48312, 1), 48312) << getTypeName(type);
