@@ -4,14 +4,17 @@
 #include <cstdint>
 #include <string>
 
-/// How many IOs of each kind a board has, as its "info_io" file states it.
+/// How many relays, inputs and outputs a board has, as the board's "info_io" file states.
 ///
-/// Each line is a kind, one blank and a number ("relays 4"). Lines of another form and unknown
-/// kinds are skipped; of two lines with the same kind the later one counts.
+/// A line is a key, one blank and a number ("relays 4"). The keys are "relays", "outputs", "inputs"
+/// and "analogs". Lines of another form and lines with another key are skipped. Of two lines with
+/// the same key the later line counts.
 struct InfoIo {
-    /// @param fileName the board's file
+    /// Reads the file.
+    ///
+    /// @param fileName the path of the board's file
     /// @throws tesk::NotFoundException "file %s not found"
-    /// @throws Poco::SyntaxException a number of a known kind is none
+    /// @throws Poco::SyntaxException what follows a key is not a number from 0 to 4294967295
     explicit InfoIo(const std::string& fileName);
 
     std::uint32_t relays{0};         ///< Relays.

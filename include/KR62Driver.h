@@ -9,9 +9,10 @@
 
 /// Driver "kr62": the IO extension board, whose values are files below "/sys/kernel/kr62".
 ///
-/// | kind | index | value |
+/// | register type | index | value |
 /// |---|---|---|
-/// | relay, pullup | 0 to the board's relays, inputs | 0 or 1, writable, watched |
+/// | relay | 0 to the board's relays | 0 or 1, writable, watched |
+/// | pullup | 0 to the board's inputs | 0 or 1, writable, watched |
 /// | input_digital | 0 to the board's inputs | 0 or 1, watched |
 /// | input_counter | 0 to the board's inputs | edges counted, writable |
 /// | input_analog | 0 to the board's analogs | thousandths of a volt |
@@ -20,58 +21,67 @@
 /// | color_led | 1 or 2 | 1 to 7, writable |
 /// | brightness_led | 1 or 2 | 0 to 15, writable |
 ///
-/// Reads may come from any thread; setBasePath() belongs before the first use.
+/// Every range includes its last number. Reads may come from any thread. setBasePath() belongs
+/// before the first use.
 class [[gnu::visibility("default")]] KR62Driver : public DriverInterface {
  public:
     /// Where the board's kernel driver publishes its tree.
     static const std::string KR62_BASE_PATH;
-    /// Colours of the LEDs, for users of the class.
+    /// The names of the LEDs' colours, for users of the class.
     static const std::array<std::string, 7> LED_COLORS;
 
     /// Reads how many IOs the board has.
     ///
     /// @throws tesk::NotFoundException "file %s not found": there is no board
-    /// @throws Poco::SyntaxException the board states a number that is none
+    /// @throws Poco::SyntaxException a count of the board is not a number
     KR62Driver();
     ~KR62Driver() override;
 
     /// Whether the board is there.
     static bool driverIsAvailable();
 
-    /// Takes the files from another directory. The counts stay those of the real board.
+    /// Sets the directory of the board's files. The counts stay as the board stated them.
+    ///
+    /// @param path taken as it stands
     void setBasePath(const std::string& path);
 
-    /// Watches relay, pullup and input_digital; has inputs report both edges, and counters count
-    /// the rising one. Counters are not watched. Other kinds need nothing.
+    /// Watches relay, pullup and input_digital. Selects both edges for input_digital and the rising
+    /// edge for input_counter; errors of the edge files are ignored. A counter is not watched. Does
+    /// nothing for other register types.
     ///
-    /// @throws tesk::InvalidArgumentsException "invalid IO index %d", for the watched kinds
+    /// @param type the register type
+    /// @param index the IO's number
+    /// @param callback called on the notifier's thread at every change
+    /// @throws tesk::InvalidArgumentsException "invalid IO index %d", for the watched types
     /// @throws tesk::InputOutputException "error enabling notification for file '%s': %s"
     void configureIO(RegisterType type, int index, std::function<void(int)> callback) override;
 
-    /// The file of a kind above.
+    /// The path of an IO's value file.
     ///
-    /// @throws tesk::InvalidArgumentsException "invalid IO index %d"; "invalid led index: 0"
-    ///         whatever the index
+    /// @throws tesk::InvalidArgumentsException "invalid IO index %d"; "invalid led index: 0" for
+    ///         every invalid index of an LED
     /// @throws tesk::UnsupportedException "type '%s' not supported"
     std::string getIOFileName(RegisterType type, int index) const override;
 
-    /// Scales the analog kinds by the board's reference, which is read anew each time, and drops
-    /// fractions; beyond 32 bits the result is the nearest end of the range. Other kinds stay as
-    /// they are.
+    /// Scales input_analog, device_current and device_voltage by the board's reference and drops
+    /// the fraction. Beyond 32 bits the result is the nearest end of the range. Every call reads
+    /// the reference anew. The values of other register types stay as they are.
     ///
     /// @throws tesk::InputOutputException "error opening file '%s' for reading" for the reference;
     ///         "analog ref is zero"
     int convertValue(RegisterType type, int value, int index) const override;
 
-    /// @throws tesk::UnsupportedException "write not supported for IO type %s" for the kinds that
-    ///         are only read, "type '%s' not supported" for others
+    /// Whether a value may be written; a value that may not is logged at error.
+    ///
+    /// @throws tesk::UnsupportedException "write not supported for IO type %s": the type is only
+    ///         read; "type '%s' not supported": the table above has no such type
     bool isValueValid(RegisterType type, int value) const override;
 
-    int getRelaysCount() const override;          ///< As the board states it.
-    int getDigitalOutputsCount() const override;  ///< As the board states it.
-    int getDigitalInputsCount() const override;   ///< As the board states it.
-    int getAnalogOutputsCount() const override;   ///< 0, as no board states it.
-    int getAnalogInputsCount() const override;    ///< As the board states it.
+    int getRelaysCount() const override;          ///< The count that the board states.
+    int getDigitalOutputsCount() const override;  ///< The count that the board states.
+    int getDigitalInputsCount() const override;   ///< The count that the board states.
+    int getAnalogOutputsCount() const override;   ///< 0: no board states analog outputs.
+    int getAnalogInputsCount() const override;    ///< The count that the board states.
 
  private:
     int readReference(const std::string& file) const;

@@ -6,19 +6,22 @@
 
 #include "DriverInterface.h"
 
-/// Driver "special": how many IOs of each kind the whole device has, and which expanders are
-/// fitted.
+/// Driver "special": how many serial ports, relays, inputs and outputs the whole device has, and
+/// which expanders are fitted.
 ///
-/// Reads no file: the host hands it every driver of the device once, before the service starts.
-/// Afterwards it is only read, from any thread. Nothing can be written and nothing is watched.
+/// The host hands every driver of the device to addIoCount() once, before the service starts.
+/// Afterwards the totals are only read, from any thread. The driver reads no file. No value can be
+/// written, and no value is watched.
 class [[gnu::visibility("default")]] SpecialDriver : public DriverInterface {
  public:
-    /// All numbers are 0 until addIoCount() adds to them.
+    /// All totals are 0.
     SpecialDriver();
     ~SpecialDriver() override;
 
-    /// Adds one driver's counts to the totals and, for an expander with number 1 to 4, notes that
-    /// it is fitted. A driver added twice counts twice.
+    /// Adds one driver's counts to the totals. Notes an expander with a number from 1 to 4 as
+    /// fitted. A driver added twice counts twice.
+    ///
+    /// @param driver not null; not kept
     void addIoCount(const std::shared_ptr<DriverInterface>& driver);
 
     /// Does nothing: the totals never change while the service runs.
@@ -31,15 +34,16 @@ class [[gnu::visibility("default")]] SpecialDriver : public DriverInterface {
     /// @throws tesk::UnsupportedException "type '%s' not supported"
     std::string getIOFileName(RegisterType type, int index) const override;
 
-    /// The total of a kind; for pd5_detected 1 when expander `index` (1 to 4) is fitted, else 0.
+    /// The total of a count type; for pd5_detected 1 when expander `index` (1 to 4) is fitted,
+    /// else 0. `value` is ignored.
     ///
     /// @throws tesk::InvalidArgumentsException "invalid PD5 index %d": not 0 to 4
     /// @throws tesk::UnsupportedException "type '%s' not supported"
     int convertValue(RegisterType type, int value, int index) const override;
 
-    /// Never returns.
+    /// Never returns: nothing of the special driver can be written.
     ///
-    /// @throws tesk::UnsupportedException "write not supported for IO type %s", whatever the kind
+    /// @throws tesk::UnsupportedException "write not supported for IO type %s" for every type
     bool isValueValid(RegisterType type, int value) const override;
 
  private:

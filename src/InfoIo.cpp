@@ -16,7 +16,7 @@ namespace {
 
 constexpr Pattern<std::string> FILE_NOT_FOUND("file %s not found");
 
-constexpr std::array<std::pair<const char*, std::uint32_t InfoIo::*>, 4> KINDS{{
+constexpr std::array<std::pair<const char*, std::uint32_t InfoIo::*>, 4> KEYS{{
     {"relays", &InfoIo::relays},
     {"inputs", &InfoIo::inputs},
     {"outputs", &InfoIo::outputs},
@@ -35,10 +35,10 @@ InfoIo::InfoIo(const std::string& fileName) {
         if (pieces.size() != 2) {
             continue;
         }
-        const auto* const kind = std::find_if(
-            KINDS.begin(), KINDS.end(), [&pieces](const auto& k) { return pieces[0] == k.first; });
-        if (kind != KINDS.end()) {
-            this->*kind->second = Poco::NumberParser::parseUnsigned(pieces[1]);
+        const auto* const key = std::find_if(
+            KEYS.begin(), KEYS.end(), [&pieces](const auto& k) { return pieces[0] == k.first; });
+        if (key != KEYS.end()) {
+            this->*key->second = Poco::NumberParser::parseUnsigned(pieces[1]);
         }
     }
 }
