@@ -8,6 +8,7 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <ostream>
 #include <set>
 #include <vector>
 
@@ -68,6 +69,11 @@ struct Board {
     /// An index beyond all counts.
     int beyond() const { return std::max({relays, inputs, analogs}) + 1; }
 };
+
+/// Names the board in the reports of failures.
+void PrintTo(const Board& board, std::ostream* out) {
+    *out << board.name;
+}
 
 Board kr62() {
     return {
