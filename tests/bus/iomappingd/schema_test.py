@@ -20,7 +20,7 @@ import unittest
 
 from jsonschema import Draft202012Validator
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
+ROOT = pathlib.Path(__file__).resolve().parents[3]
 MAPS = ROOT / "tests" / "maps"
 SERVICE = "org.mirel.IoMapping"
 SECONDS = 10
