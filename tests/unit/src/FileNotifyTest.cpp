@@ -186,10 +186,12 @@ class FileNotifyTest : public testing::Test {
         return notify.enableNotifications(path, [](int) {});
     }
 
-    /// Whether each of some events costs one poll cycle, so that nothing else wakes the worker.
+    /// Whether each of some events costs one poll cycle, so that nothing else wakes the worker. It
+    /// must sleep already, or the end of its present cycle counts as one.
     testing::AssertionResult sleepsBetweenEvents() {
         const Calls calls;
-        const std::string path = file("event");
+        // The file is a new one every time: writing to one that is watched would wake the worker.
+        const std::string path = file("event" + std::to_string(++eventFiles));
         notify.enableNotifications(path, calls.callback());
         const std::size_t before = cycles();
         constexpr std::size_t EVENTS = 5;
@@ -241,6 +243,7 @@ class FileNotifyTest : public testing::Test {
     TemporaryDirectory directory;
     CapturedLog log;
     const std::set<int> instancesBefore = inotifyInstances();
+    int eventFiles{0};
     FileNotify notify;
 };
 
@@ -574,6 +577,8 @@ TEST_F(FileNotifyTest, ADisabledFileDoesNotCallBack) {
     const Calls calls;
     const std::string path = file("value");
     notify.disableNotifications(notify.enableNotifications(path, calls.callback()));
+    // Woken by the kernel's word that the watch was removed.
+    ASSERT_TRUE(cyclesReach(2));
     const std::size_t last = calls.keys().size();
     modify(path);
     EXPECT_TRUE(sleepsBetweenEvents());
@@ -589,6 +594,7 @@ TEST_F(FileNotifyTest, TheKernelsWordThatAWatchWasRemovedIsServedAsAChange) {
     const std::string unknown = "event received of unknown file " + std::to_string(key);
     EXPECT_TRUE(
         runUntil([&] { return calls.keys().size() + log.linesWithText(unknown).size() == 1; }));
+    ASSERT_TRUE(cyclesReach(2));
     EXPECT_TRUE(sleepsBetweenEvents());
     EXPECT_THAT(calls.keys(), Each(key));
     EXPECT_EQ(calls.keys().size() + log.linesWithText(unknown).size(), 1U);
@@ -604,8 +610,10 @@ TEST_F(FileNotifyTest, AFileThatGoesCallsBackOnceMore) {
         const Calls calls;
         const std::string path = file("value");
         const int key = notify.enableNotifications(path, calls.callback());
+        const std::size_t before = cycles();
         go(path);
         ASSERT_TRUE(calls.reach(1));
+        ASSERT_TRUE(cyclesReach(before + 1));
         EXPECT_TRUE(sleepsBetweenEvents());
         EXPECT_THAT(calls.keys(), ElementsAre(key));
         log.clear();
