@@ -11,17 +11,11 @@
 #include <vector>
 
 #include "BusFixture.h"
+#include "Outcome.h"
 
 /// A test of the command iomap against the real service.
 class IomapFixture : public BusFixture {
  protected:
-    /// How a run of iomap ended and what it printed.
-    struct Outcome {
-        int status;
-        std::string output;
-        std::string errors;
-    };
-
     /// The command line of iomap with these arguments.
     static std::vector<std::string> commandOf(const std::vector<std::string>& arguments) {
         std::vector<std::string> command{IOMAP};
@@ -29,27 +23,16 @@ class IomapFixture : public BusFixture {
         return command;
     }
 
-    /// Runs a program to its end.
-    static Outcome run(const std::vector<std::string>& command,
-                       const std::map<std::string, std::string>& environment = {}) {
-        Process process(command, environment);
-        const int status = process.waitForExit();
-        return {status, process.standardOutput(), process.standardError()};
-    }
-
     /// Runs iomap to its end.
     static Outcome iomap(const std::vector<std::string>& arguments) {
-        return run(commandOf(arguments));
+        return outcomeOf(commandOf(arguments));
     }
 
     /// The same where nothing may go wrong.
     ///
     /// @return what it printed
     static std::string iomapDone(const std::vector<std::string>& arguments) {
-        const Outcome outcome = iomap(arguments);
-        EXPECT_EQ(outcome.status, 0);
-        EXPECT_EQ(outcome.errors, "");
-        return outcome.output;
+        return expectSuccess(iomap(arguments));
     }
 
     /// A JSON document in a form that equals that of another one with the same content. The order
@@ -69,8 +52,6 @@ class IomapFixture : public BusFixture {
 
     /// A failure that iomap reports on one line, and nothing on standard output.
     static void expectFailure(const Outcome& outcome, int status, const std::string& reason) {
-        EXPECT_EQ(outcome.status, status);
-        EXPECT_EQ(outcome.errors, "iomap: " + reason + "\n");
-        EXPECT_EQ(outcome.output, "");
+        ::expectFailure(outcome, "iomap", status, reason);
     }
 };

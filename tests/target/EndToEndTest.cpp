@@ -6,6 +6,7 @@
 
 #include "BusFixture.h"
 #include "Deadline.h"
+#include "Outcome.h"
 
 namespace {
 
@@ -42,11 +43,11 @@ void pullCts(bool asserted) {
 }
 
 void unloadBoards() {
-    ASSERT_EQ(Process::run({"rmmod", "kr62_boards"}), 0);
+    ASSERT_EQ(outcomeOf({"rmmod", "kr62_boards"}).status, 0);
 }
 
 void loadBoards() {
-    ASSERT_EQ(Process::run({"insmod", BOARDS_MODULE}), 0);
+    ASSERT_EQ(outcomeOf({"insmod", BOARDS_MODULE}).status, 0);
 }
 
 /// The daemon with the map of a whole device, on the machine's own boards and lines.
@@ -115,9 +116,9 @@ TEST_F(EndToEndTest, EveryEdgeOfCtsReachesEveryClientOnce) {
 }
 
 TEST_F(EndToEndTest, TheLinesCarryOurNames) {
-    Process info({"gpioinfo", "gpiochip0"});
-    ASSERT_EQ(info.waitForExit(), 0) << info.standardError();
-    const auto lines = Process::lines(info.standardOutput());
+    const Outcome info = outcomeOf({"gpioinfo", "gpiochip0"});
+    ASSERT_EQ(info.status, 0) << info.errors;
+    const auto lines = Process::lines(info.output);
     ASSERT_EQ(lines.size(), 257U);
     EXPECT_THAT(lines[201], testing::MatchesRegex(
                                 R"(.*line +200: +unnamed +"rts" +output +active-low +\[used\].*)"));

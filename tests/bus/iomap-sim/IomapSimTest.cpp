@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Outcome.h"
 #include "Process.h"
 #include "TemporaryDirectory.h"
 #include "sim/Device.h"
@@ -23,18 +24,6 @@ constexpr const char* SENSOR = "28-00000a1b2c3d";
 /// The command iomap-sim.
 class IomapSimTest : public testing::Test {
  protected:
-    struct Outcome {
-        int status;
-        std::string output;
-        std::string errors;
-    };
-
-    Outcome run(const std::vector<std::string>& arguments) const {
-        Process process(commandOf(arguments));
-        const int status = process.waitForExit();
-        return {status, process.standardOutput(), process.standardError()};
-    }
-
     std::vector<std::string> commandOf(const std::vector<std::string>& arguments) const {
         std::vector<std::string> command{IOMAP_SIM, "--root", directory.path()};
         command.insert(command.end(), arguments.begin(), arguments.end());
@@ -45,19 +34,13 @@ class IomapSimTest : public testing::Test {
     ///
     /// @return what it printed
     std::string done(const std::vector<std::string>& arguments) const {
-        const Outcome outcome = run(arguments);
-        EXPECT_EQ(outcome.status, 0);
-        EXPECT_EQ(outcome.errors, "");
-        return outcome.output;
+        return expectSuccess(outcomeOf(commandOf(arguments)));
     }
 
     /// A failure that is reported on one line, and nothing on standard output.
     void expectFailure(const std::vector<std::string>& arguments, int status,
                        const std::string& reason) const {
-        const Outcome outcome = run(arguments);
-        EXPECT_EQ(outcome.status, status);
-        EXPECT_EQ(outcome.errors, "iomap-sim: " + reason + "\n");
-        EXPECT_EQ(outcome.output, "");
+        ::expectFailure(outcomeOf(commandOf(arguments)), "iomap-sim", status, reason);
     }
 
     std::string path(const std::string& file) const { return directory.path() / file; }

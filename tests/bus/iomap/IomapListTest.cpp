@@ -25,7 +25,7 @@ class IomapListTest : public IomapFixture {
          R"({"address": 20, "size": 8, "count": 1, "type": "reserved"})",
          R"({"address": 3, "size": 32, "count": 1})"});
 
-    /// Registers at all the addresses there are; one that needs a file, if asked for.
+    /// A map with a register at every address. If asked for, one of them needs a file.
     static std::string fullMap(bool withTemperature) {
         return mapOf({R"({"address": 1, "size": 8, "count": 700})",
                       R"({"address": 701, "size": 8, "count": 1)" +
@@ -177,15 +177,15 @@ TEST_F(IomapListTest, ARegisterThatCannotBeReadAmongAllThereCanBeIsFoundByHalves
 }
 
 TEST_F(IomapListTest, AListTakesAtMostTwiceTheTimeOfItsCalls) {
-    // What disturbs the machine disturbs a round, hardly all of them.
+    // Whatever else the machine does may disturb a round, but hardly all of them.
     constexpr int ROUNDS = 10;
     startService(fullMap(false));
     IoMapping io;
     double ratio = std::numeric_limits<double>::max();
     for (int round = 0; round < ROUNDS && ratio > 2; ++round) {
         const double calls = secondsOf([&io] { EXPECT_EQ(makeCallsOfList(io), REGISTERS); });
-        const double list =
-            secondsOf([] { EXPECT_EQ(run(commandOf({"list"}), withoutLingering()).status, 0); });
+        const double list = secondsOf(
+            [] { EXPECT_EQ(outcomeOf(commandOf({"list"}), withoutLingering()).status, 0); });
         ratio = std::min(ratio, list / calls);
     }
     RecordProperty("ratio", std::to_string(ratio));

@@ -131,7 +131,7 @@ TEST_F(IomapTest, WithoutABusEverySubcommandIsStatus1AndOneLine) {
 TEST_F(IomapTest, AServiceThatDoesNotAnswerIsAskedNoMore) {
     const Process& service = startService(map);
     service.signal(SIGSTOP);
-    // Together: each takes the 5 seconds of a call.
+    // All run at the same time, for each takes the 5 seconds of a call.
     const auto start = std::chrono::steady_clock::now();
     std::vector<std::unique_ptr<Process>> runs;
     for (const Arguments& use : uses) {
@@ -152,7 +152,7 @@ TEST_F(IomapTest, OutputThatCannotBeWrittenIsStatus1) {
     startService(map);
     for (const char* use : {"list", "read 1", "info 1", "status", "--help", "write --json 1=1"}) {
         const Outcome outcome =
-            run({"sh", "-c", "\"$0\" " + std::string(use) + " >/dev/full", IOMAP});
+            outcomeOf({"sh", "-c", "\"$0\" " + std::string(use) + " >/dev/full", IOMAP});
         EXPECT_EQ(outcome.status, 1) << use;
         EXPECT_EQ(outcome.errors, "iomap: cannot write to standard output\n");
     }

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "BusFixture.h"
+#include "Outcome.h"
 
 namespace {
 
@@ -13,18 +14,10 @@ class CommandLineTest : public BusFixture {
  protected:
     const std::string map = mapOf({R"({"address": 1, "size": 8, "count": 1})"});
 
-    struct Outcome {
-        int status;
-        std::string output;
-        std::string errors;
-    };
-
     static Outcome run(const std::vector<std::string>& arguments) {
         std::vector<std::string> command{DAEMON};
         command.insert(command.end(), arguments.begin(), arguments.end());
-        Process process(command);
-        const int status = process.waitForExit();
-        return {status, process.standardOutput(), process.standardError()};
+        return outcomeOf(command);
     }
 };
 
@@ -52,19 +45,15 @@ TEST_F(CommandLineTest, WhatIsNotUnderstoodIsStatus2AndOneLine) {
         {{"map.json"}, "unexpected argument 'map.json'"},
     };
     for (const auto& [arguments, reason] : cases) {
-        const Outcome outcome = run(arguments);
-        EXPECT_EQ(outcome.status, 2) << reason;
-        EXPECT_EQ(outcome.errors, "iomappingd: " + reason + "; see iomappingd --help\n");
-        EXPECT_EQ(outcome.output, "");
+        SCOPED_TRACE(reason);
+        expectFailure(run(arguments), "iomappingd", 2, reason + "; see iomappingd --help");
     }
 }
 
 TEST_F(CommandLineTest, AMissingMapIsStatus1AndOneLine) {
-    const Outcome outcome = run({"--map", "/nowhere/map.json"});
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_EQ(outcome.errors,
-              "iomappingd: cannot read map file '/nowhere/map.json': No such file or directory; "
-              "name another one with --map\n");
+    expectFailure(run({"--map", "/nowhere/map.json"}), "iomappingd", 1,
+                  "cannot read map file '/nowhere/map.json': No such file or directory; name "
+                  "another one with --map");
 }
 
 TEST_F(CommandLineTest, AtTheDefaultLevelAGoodStartIsSilent) {
