@@ -40,7 +40,8 @@ class FakeDriver : public DriverInterface {
                                                                             int) {};
     Counts counts;
 
-    /// The calls so far, in order, with the names of the kinds: "convertValue(relay, 17, 3)".
+    /// The calls so far, in order, with the names of the register types: "convertValue(relay, 17,
+    /// 3)".
     const std::vector<std::string>& calls() const { return record; }
 
     /// Forgets the calls, but no notification function.

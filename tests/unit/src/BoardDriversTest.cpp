@@ -12,7 +12,7 @@
 #include <set>
 #include <vector>
 
-#include "Calls.h"
+#include "CallbackRecord.h"
 #include "CapturedLog.h"
 #include "KR62Driver.h"
 #include "LoggerNames.h"
@@ -151,7 +151,7 @@ class BoardDriversTest : public testing::TestWithParam<Board> {
 
     std::string onBoard(const std::string& file) const { return board.base + "/" + file; }
 
-    void configure(RegisterType type, int index, const Calls& calls) {
+    void configure(RegisterType type, int index, const CallbackRecord& calls) {
         isConfigured = true;
         driver->configureIO(type, index, calls.callback());
     }
@@ -267,7 +267,7 @@ TEST_P(BoardDriversTest, InputsAndMeasurementsCannotBeWritten) {
 TEST_P(BoardDriversTest, AWatchedTypeCallsBackWhenItsFileChanges) {
     for (const auto& [type, folder] : board.watched) {
         const std::string file = onBoard(folder + "/4/value");
-        const Calls calls;
+        const CallbackRecord calls;
         writeFile(file, "");
         configure(type, 4, calls);
         writeFile(file, "1");
@@ -276,7 +276,7 @@ TEST_P(BoardDriversTest, AWatchedTypeCallsBackWhenItsFileChanges) {
 }
 
 TEST_P(BoardDriversTest, ADigitalInputReportsBothEdges) {
-    const Calls calls;
+    const CallbackRecord calls;
     writeFile(onBoard("inputs/3/value"), "0");
     writeFile(onBoard("inputs/3/edge"), "something longer\n");
     writeFile(onBoard("inputs/3/counter_edge"), "none");
@@ -286,7 +286,7 @@ TEST_P(BoardDriversTest, ADigitalInputReportsBothEdges) {
 }
 
 TEST_P(BoardDriversTest, OnlyDigitalInputsHaveTheirEdgesSet) {
-    const Calls calls;
+    const CallbackRecord calls;
     for (const auto& [type, folder] : board.watched) {
         writeFile(onBoard(folder + "/2/value"), "0");
         writeFile(onBoard(folder + "/2/edge"), "none");
@@ -304,7 +304,7 @@ TEST_P(BoardDriversTest, OnlyDigitalInputsHaveTheirEdgesSet) {
 }
 
 TEST_P(BoardDriversTest, AMissingEdgeFileIsNotMadeAndTheInputWatchedAllTheSame) {
-    const Calls calls;
+    const CallbackRecord calls;
     writeFile(onBoard("inputs/3/value"), "");
     configure(Type::INPUT_DIGITAL, 3, calls);
     EXPECT_FALSE(std::filesystem::exists(onBoard("inputs/3/edge")));
@@ -315,7 +315,7 @@ TEST_P(BoardDriversTest, AMissingEdgeFileIsNotMadeAndTheInputWatchedAllTheSame) 
 }
 
 TEST_P(BoardDriversTest, AnEdgeFileThatCannotBeWrittenIsIgnored) {
-    const Calls calls;
+    const CallbackRecord calls;
     writeFile(onBoard("inputs/3/value"), "");
     std::filesystem::create_directory(onBoard("inputs/3/edge"));
     configure(Type::INPUT_DIGITAL, 3, calls);
@@ -329,7 +329,7 @@ TEST_P(BoardDriversTest, TheEdgeOfAnInputIsSetBeforeItsIndexIsChecked) {
     const std::string number = std::to_string(board.inputs + 1);
     writeFile(onBoard("inputs/" + number + "/value"), "0");
     writeFile(onBoard("inputs/" + number + "/edge"), "none");
-    EXPECT_THAT([&] { configure(Type::INPUT_DIGITAL, board.inputs + 1, Calls()); },
+    EXPECT_THAT([&] { configure(Type::INPUT_DIGITAL, board.inputs + 1, CallbackRecord()); },
                 ThrowsMessage<tesk::InvalidArgumentsException>("invalid IO index " + number));
     EXPECT_EQ(readFile(onBoard("inputs/" + number + "/edge")), "both");
 }
@@ -338,11 +338,11 @@ TEST_P(BoardDriversTest, AWatchedTypeWithABadIndexOrWithoutItsFileCannotBeConfig
     for (const auto& watched : board.watched) {
         const RegisterType type = watched.first;
         for (const int index : {board.beyond(), -1}) {
-            EXPECT_THAT([&] { configure(type, index, Calls()); },
+            EXPECT_THAT([&] { configure(type, index, CallbackRecord()); },
                         ThrowsMessage<tesk::InvalidArgumentsException>("invalid IO index " +
                                                                        std::to_string(index)));
         }
-        EXPECT_THAT([&] { configure(type, 1, Calls()); },
+        EXPECT_THAT([&] { configure(type, 1, CallbackRecord()); },
                     ThrowsMessage<tesk::InputOutputException>(
                         "error enabling notification for file '" + driver->getIOFileName(type, 1) +
                         "': No such file or directory"));
@@ -350,8 +350,8 @@ TEST_P(BoardDriversTest, AWatchedTypeWithABadIndexOrWithoutItsFileCannotBeConfig
 }
 
 TEST_P(BoardDriversTest, ACounterCountsRisingEdgesAndIsNotWatched) {
-    const Calls counter;
-    const Calls relay;
+    const CallbackRecord counter;
+    const CallbackRecord relay;
     writeFile(onBoard("inputs/3/counter"), "");
     writeFile(onBoard("inputs/3/value"), "");
     writeFile(onBoard("inputs/3/edge"), "none");
@@ -371,13 +371,13 @@ TEST_P(BoardDriversTest, ACounterCountsRisingEdgesAndIsNotWatched) {
 
 TEST_P(BoardDriversTest, ConfiguringACounterChecksNoIndex) {
     writeFile(onBoard("inputs/99/counter_edge"), "none");
-    configure(Type::INPUT_COUNTER, 99, Calls());
-    configure(Type::INPUT_COUNTER, -1, Calls());
+    configure(Type::INPUT_COUNTER, 99, CallbackRecord());
+    configure(Type::INPUT_COUNTER, -1, CallbackRecord());
     EXPECT_EQ(readFile(onBoard("inputs/99/counter_edge")), "rising");
 }
 
 TEST_P(BoardDriversTest, OtherTypesNeedNoConfiguration) {
-    const Calls calls;
+    const CallbackRecord calls;
     for (const RegisterType type : allTypes()) {
         if (board.watched.count(type) == 0 && type != Type::INPUT_COUNTER) {
             for (const int index : {-1, 1, 99}) {
@@ -400,7 +400,7 @@ TEST_P(BoardDriversTest, AnotherBasePathMovesTheFilesButNotTheCounts) {
                  tesk::InvalidArgumentsException);
     EXPECT_EQ(driver->getRelaysCount(), board.relays);
 
-    const Calls calls;
+    const CallbackRecord calls;
     writeFile(onBoard("inputs/3/edge"), "none");
     for (const char* name : {"value", "edge", "counter_edge"}) {
         writeFile(base + "/inputs/3/" + name, "");

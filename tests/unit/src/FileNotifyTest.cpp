@@ -25,7 +25,7 @@
 #include <thread>
 #include <vector>
 
-#include "Calls.h"
+#include "CallbackRecord.h"
 #include "CapturedLog.h"
 #include "ChildProcess.h"
 #include "Deadline.h"
@@ -189,7 +189,7 @@ class FileNotifyTest : public testing::Test {
     /// Whether each of some events costs one poll cycle, so that nothing else wakes the worker. It
     /// must sleep already, or the end of its present cycle counts as one.
     testing::AssertionResult sleepsBetweenEvents() {
-        const Calls calls;
+        const CallbackRecord calls;
         // The file is a new one every time: writing to one that is watched would wake the worker.
         const std::string path = file("event" + std::to_string(++eventFiles));
         notify.enableNotifications(path, calls.callback());
@@ -221,7 +221,7 @@ class FileNotifyTest : public testing::Test {
     /// Puts something that is always readable in the place of inotify for a while, and checks that
     /// the descriptors behind it are not served.
     void endsTheCycleAtOnce(const char* inPlaceOfInotify, const std::string& warning) {
-        const Calls calls;
+        const CallbackRecord calls;
         const Pipe pipe;
         const int inotify = inotifyFd();
         const int kept = dup(inotify);
@@ -260,7 +260,7 @@ TEST_F(FileNotifyTest, StartsAWorkerThatSleeps) {
 }
 
 TEST_F(FileNotifyTest, CallsBackWithTheKeyAtEveryModification) {
-    const Calls calls;
+    const CallbackRecord calls;
     const std::string path = file("value");
     const int key = notify.enableNotifications(path, calls.callback());
     for (std::size_t count = 1; count <= 5; ++count) {
@@ -283,7 +283,7 @@ TEST_F(FileNotifyTest, CallsBackOnTheWorkerThread) {
 }
 
 TEST_F(FileNotifyTest, OpeningReadingAndRenamingAreNoModifications) {
-    const Calls calls;
+    const CallbackRecord calls;
     const std::string path = file("value");
     const std::string renamed = path + "-renamed";
     const int key = notify.enableNotifications(path, calls.callback());
@@ -300,7 +300,7 @@ TEST_F(FileNotifyTest, OpeningReadingAndRenamingAreNoModifications) {
 }
 
 TEST_F(FileNotifyTest, ServesEveryRecordOfOneReadInOrder) {
-    const Calls calls;
+    const CallbackRecord calls;
     Gate gate;
     const std::string first = file("first");
     const std::string second = file("second");
@@ -323,7 +323,7 @@ TEST_F(FileNotifyTest, ServesEveryRecordOfOneReadInOrder) {
 }
 
 TEST_F(FileNotifyTest, ServesAFullQueueAndNamesTheOverflowAsAnUnknownFile) {
-    const Calls calls;
+    const CallbackRecord calls;
     Gate gate;
     const std::string first = file("first");
     const std::string second = file("second");
@@ -358,8 +358,8 @@ TEST_F(FileNotifyTest, LogsTheFileItWatches) {
 }
 
 TEST_F(FileNotifyTest, AFileWatchedAgainKeepsItsKeyAndTakesTheNewCallbackAndName) {
-    const Calls first;
-    const Calls second;
+    const CallbackRecord first;
+    const CallbackRecord second;
     const std::string path = file("value");
     const std::string link = path + "-link";
     std::filesystem::create_symlink(path, link);
@@ -395,7 +395,7 @@ TEST_F(FileNotifyTest, AFileThatCannotBeWatchedIsAnErrorAndChangesNothing) {
 }
 
 TEST_F(FileNotifyTest, AddingADescriptorWakesTheWorkerWhichThenPollsIt) {
-    const Calls calls;
+    const CallbackRecord calls;
     const Pipe pipe;
     EXPECT_EQ(notify.enableNotifications(pipe.readEnd(), calls.callback()), pipe.readEnd());
     ASSERT_TRUE(cyclesReach(2));
@@ -422,7 +422,7 @@ TEST_F(FileNotifyTest, EveryDescriptorAddedCostsOneWakeUp) {
 }
 
 TEST_F(FileNotifyTest, AReadableDescriptorCallsBackUntilItIsRead) {
-    const Calls calls;
+    const CallbackRecord calls;
     const Pipe pipe;
     int count = 0;
     notify.enableNotifications(pipe.readEnd(), [&count, note = calls.callback()](int fd) {
@@ -439,7 +439,7 @@ TEST_F(FileNotifyTest, AReadableDescriptorCallsBackUntilItIsRead) {
 }
 
 TEST_F(FileNotifyTest, ReadyDescriptorsAreServedInAscendingOrder) {
-    const Calls calls;
+    const CallbackRecord calls;
     Gate gate;
     const std::string blocking = file("blocking");
     const Pipe low;
@@ -462,7 +462,7 @@ TEST_F(FileNotifyTest, ReadyDescriptorsAreServedInAscendingOrder) {
 
 TEST_F(FileNotifyTest, AHangUpNeverCallsBackAndIsNotPolledAgain) {
     for (const bool withData : {false, true}) {
-        const Calls calls;
+        const CallbackRecord calls;
         Pipe pipe;
         const std::string fd = std::to_string(pipe.readEnd());
         if (withData) {
@@ -483,7 +483,7 @@ TEST_F(FileNotifyTest, AHangUpNeverCallsBackAndIsNotPolledAgain) {
 }
 
 TEST_F(FileNotifyTest, AHangUpWhileTheWorkerSleepsIsSeenOnce) {
-    const Calls calls;
+    const CallbackRecord calls;
     Pipe pipe;
     notify.enableNotifications(pipe.readEnd(), calls.callback());
     ASSERT_TRUE(cyclesReach(2));
@@ -504,7 +504,7 @@ TEST_F(FileNotifyTest, AnErrorOrAClosedDescriptorIsTreatedAsAHangUp) {
         const Pipe other;
         ASSERT_GE(dup2(other.writeEnd(), broken), 0);
     }
-    const Calls calls;
+    const CallbackRecord calls;
     for (const int fd : {broken, closed}) {
         log.clear();
         notify.enableNotifications(fd, calls.callback());
@@ -519,7 +519,7 @@ TEST_F(FileNotifyTest, AnErrorOrAClosedDescriptorIsTreatedAsAHangUp) {
 }
 
 TEST_F(FileNotifyTest, ADescriptorThatBrokeCanBeWatchedAgain) {
-    const Calls calls;
+    const CallbackRecord calls;
     const Pipe pipe;
     const int fd = 1000;
     notify.enableNotifications(fd, calls.callback());
@@ -535,7 +535,7 @@ TEST_F(FileNotifyTest, ADescriptorThatBrokeCanBeWatchedAgain) {
 }
 
 TEST_F(FileNotifyTest, UrgentDataBesideDataDoesNotCallBack) {
-    const Calls calls;
+    const CallbackRecord calls;
     const auto [sender, receiver] = connection();
     ASSERT_EQ(send(sender, "!", 1, MSG_OOB), 1);
     ASSERT_EQ(send(sender, "x", 1, 0), 1);
@@ -574,7 +574,7 @@ TEST_F(FileNotifyTest, DisablingAFileLogsAnErrorTakesATenthOfASecondAndLogsTheEn
 }
 
 TEST_F(FileNotifyTest, ADisabledFileDoesNotCallBack) {
-    const Calls calls;
+    const CallbackRecord calls;
     const std::string path = file("value");
     notify.disableNotifications(notify.enableNotifications(path, calls.callback()));
     // Woken by the kernel's word that the watch was removed.
@@ -586,7 +586,7 @@ TEST_F(FileNotifyTest, ADisabledFileDoesNotCallBack) {
 }
 
 TEST_F(FileNotifyTest, TheKernelsWordThatAWatchWasRemovedIsServedAsAChange) {
-    const Calls calls;
+    const CallbackRecord calls;
     const std::string path = file("value");
     const int key = notify.enableNotifications(path, calls.callback());
     notify.disableNotifications(key);
@@ -607,7 +607,7 @@ TEST_F(FileNotifyTest, AFileThatGoesCallsBackOnceMore) {
     };
     for (const auto& go :
          std::vector<std::function<void(const std::string&)>>{unlinked, replaced}) {
-        const Calls calls;
+        const CallbackRecord calls;
         const std::string path = file("value");
         const int key = notify.enableNotifications(path, calls.callback());
         const std::size_t before = cycles();
@@ -624,7 +624,7 @@ TEST_F(FileNotifyTest, AFileThatGoesCallsBackOnceMore) {
 }
 
 TEST_F(FileNotifyTest, AnUnknownKeyCannotBeDisabled) {
-    const Calls calls;
+    const CallbackRecord calls;
     const std::string path = file("value");
     const int known = notify.enableNotifications(path, calls.callback());
     for (const int key : {known + 1, 0, -1, std::numeric_limits<int>::min()}) {
@@ -641,7 +641,7 @@ TEST_F(FileNotifyTest, AnUnknownKeyCannotBeDisabled) {
 }
 
 TEST_F(FileNotifyTest, DisablingADescriptorLogsItAndLeavesItOpen) {
-    const Calls calls;
+    const CallbackRecord calls;
     const Pipe pipe;
     notify.enableNotifications(pipe.readEnd(), calls.callback());
     ASSERT_TRUE(cyclesReach(2));
@@ -662,7 +662,7 @@ TEST_F(FileNotifyTest, DisablingADescriptorLogsItAndLeavesItOpen) {
 }
 
 TEST_F(FileNotifyTest, PollsOtherDescriptorsAfterSomeWereDisabled) {
-    const Calls calls;
+    const CallbackRecord calls;
     const Pipe pipe;
     for (int round = 0; round < 20; ++round) {
         const Pipe gone;
@@ -680,8 +680,8 @@ TEST_F(FileNotifyTest, PollsOtherDescriptorsAfterSomeWereDisabled) {
 }
 
 TEST_F(FileNotifyTest, AKeyServesTheWatchThatWasAddedLast) {
-    const Calls fileCalls;
-    const Calls fdCalls;
+    const CallbackRecord fileCalls;
+    const CallbackRecord fdCalls;
     const Pipe pipe;
     std::string path;
     int key = 0;
@@ -705,7 +705,7 @@ TEST_F(FileNotifyTest, AKeyServesTheWatchThatWasAddedLast) {
 }
 
 TEST_F(FileNotifyTest, ARecordOfAnUnknownFileIsLoggedAndTheNextServed) {
-    const Calls calls;
+    const CallbackRecord calls;
     Gate gate;
     const std::string known = file("known");
     const std::string unknown = file("unknown");
@@ -725,7 +725,7 @@ TEST_F(FileNotifyTest, ARecordOfAnUnknownFileIsLoggedAndTheNextServed) {
 }
 
 TEST_F(FileNotifyTest, SkipsTheNamesThatRecordsOfADirectoryCarry) {
-    const Calls calls;
+    const CallbackRecord calls;
     const std::string first = file("a-file-with-a-name-that-takes-some-space");
     const std::string second = file("b");
     const int key = notify.enableNotifications(directory.path(), calls.callback());
@@ -765,7 +765,7 @@ TEST_F(FileNotifyTest, AnInterruptedPollStartsANewCycle) {
     }));
     EXPECT_THAT(log.texts(WARNING), IsEmpty());
     EXPECT_THAT(log.texts(ERROR), IsEmpty());
-    const Calls calls;
+    const CallbackRecord calls;
     notify.enableNotifications(path, calls.callback());
     modify(path);
     EXPECT_TRUE(calls.reach(1));
@@ -836,8 +836,8 @@ TEST_F(FileNotifyTest, TwoThreadsMayDisableTheSameKey) {
 TEST_F(FileNotifyTest, ServesSeveralThreadsAtOnce) {
     const auto useAll = [this](const std::string& path) {
         for (int round = 0; round < 3; ++round) {
-            const Calls fileCalls;
-            const Calls fdCalls;
+            const CallbackRecord fileCalls;
+            const CallbackRecord fdCalls;
             const Pipe pipe;
             const int key = notify.enableNotifications(path, fileCalls.callback());
             notify.enableNotifications(pipe.readEnd(), fdCalls.callback());
@@ -921,7 +921,7 @@ TEST_F(FileNotifyTest, TheProcessHasOneOfItsOwn) {
     FileNotify* const instance = FileNotify::getInstance();
     ASSERT_NE(instance, nullptr);
     EXPECT_EQ(FileNotify::getInstance(), instance);
-    const Calls calls;
+    const CallbackRecord calls;
     const std::string path = file("value");
     const int key = instance->enableNotifications(path, calls.callback());
     modify(path);

@@ -21,7 +21,7 @@
 #include <thread>
 #include <vector>
 
-#include "Calls.h"
+#include "CallbackRecord.h"
 #include "CapturedLog.h"
 #include "Deadline.h"
 #include "FakeGpiod.h"
@@ -183,7 +183,7 @@ TEST_F(GpioDriverTest, HasNoIosToCount) {
 
 TEST_F(GpioDriverTest, RequestsTheLinesAsTheyAreWired) {
     configureRts();
-    configureCts(1, Calls().callback());
+    configureCts(1, CallbackRecord().callback());
     EXPECT_THAT(gpiod.calls(),
                 ElementsAre("open gpiochip0",
                             "request gpiochip0 200: type 3, flags 4, consumer rts, default 0",
@@ -193,7 +193,7 @@ TEST_F(GpioDriverTest, RequestsTheLinesAsTheyAreWired) {
 
 TEST_F(GpioDriverTest, TheIndexDoesNotChooseTheLine) {
     configureRts(17);
-    configureCts(-3, Calls().callback());
+    configureCts(-3, CallbackRecord().callback());
     EXPECT_FALSE(gpiod.isFree(CHIP, RTS_LINE));
     EXPECT_FALSE(gpiod.isFree(CHIP, CTS_LINE));
     EXPECT_EQ(driver->convertValue(RegisterType::RTS, 7, 17), 0);
@@ -256,7 +256,7 @@ TEST_F(GpioDriverTest, AWrittenOneAssertsRtsWhichIsLow) {
 }
 
 TEST_F(GpioDriverTest, ReadsCtsWhichIsAssertedWhenLow) {
-    configureCts(1, Calls().callback());
+    configureCts(1, CallbackRecord().callback());
     EXPECT_EQ(ctsValue(), 0);
     driveCts(LOW);
     EXPECT_EQ(ctsValue(), 1);
@@ -276,8 +276,8 @@ TEST_F(GpioDriverTest, WhatWasNotConfiguredReadsAsGivenAndIgnoresWrites) {
 }
 
 TEST_F(GpioDriverTest, AChipServesOneRegisterOfEachType) {
-    const Calls first;
-    const Calls second;
+    const CallbackRecord first;
+    const CallbackRecord second;
     configureRts(1);
     configureCts(1, first.callback());
     EXPECT_THAT([this] { configureRts(2); }, systemError(EBUSY));
@@ -291,8 +291,8 @@ TEST_F(GpioDriverTest, AChipServesOneRegisterOfEachType) {
 }
 
 TEST_F(GpioDriverTest, EveryChipServesItsOwn) {
-    const Calls here;
-    const Calls there;
+    const CallbackRecord here;
+    const CallbackRecord there;
     GpioDriver other(1);
     configureCts(1, here.callback());
     other.configureIO(RegisterType::CTS, 1, there.callback());
@@ -334,7 +334,7 @@ TEST_F(GpioDriverTest, RtsIsNotWatchedAndDropsItsCallback) {
 }
 
 TEST_F(GpioDriverTest, EachEdgeOfCtsIsOneCallWithTheValueAndOneLine) {
-    const Calls calls;
+    const CallbackRecord calls;
     configureCts(1, calls.callback());
     for (const std::size_t pair : {0U, 1U}) {
         driveCts(LOW);
@@ -351,7 +351,7 @@ TEST_F(GpioDriverTest, EachEdgeOfCtsIsOneCallWithTheValueAndOneLine) {
 }
 
 TEST_F(GpioDriverTest, EdgesThatPileUpAreOneCallEachWithThePresentValue) {
-    const Calls calls;
+    const CallbackRecord calls;
     // The table of watches is locked while this callback runs.
     std::promise<void> entered;
     std::promise<void> opened;
@@ -381,7 +381,7 @@ TEST_F(GpioDriverTest, EdgesThatPileUpAreOneCallEachWithThePresentValue) {
 }
 
 TEST_F(GpioDriverTest, ALevelThatStaysIsNoEdge) {
-    const Calls calls;
+    const CallbackRecord calls;
     configureCts(1, calls.callback());
     driveCts(HIGH);
     driveCts(LOW);
@@ -392,7 +392,7 @@ TEST_F(GpioDriverTest, ALevelThatStaysIsNoEdge) {
 }
 
 TEST_F(GpioDriverTest, TheNotifierGetsADescriptorOutOfReachOfTheKeysOfFiles) {
-    configureCts(1, Calls().callback());
+    configureCts(1, CallbackRecord().callback());
     const auto watched = watchedDescriptors();
     ASSERT_EQ(watched.size(), 1U);
     EXPECT_GE(watched[0], LOWEST_DESCRIPTOR);
@@ -402,7 +402,7 @@ TEST_F(GpioDriverTest, TheNotifierGetsADescriptorOutOfReachOfTheKeysOfFiles) {
 }
 
 TEST_F(GpioDriverTest, WhereTheLimitForbidsThatItGetsTheLinesOwnAndOneWarning) {
-    const Calls calls;
+    const CallbackRecord calls;
     {
         const DescriptorsBelow limit(LOWEST_DESCRIPTOR);
         configureCts(1, calls.callback());
@@ -418,7 +418,7 @@ TEST_F(GpioDriverTest, WhereTheLimitForbidsThatItGetsTheLinesOwnAndOneWarning) {
 }
 
 TEST_F(GpioDriverTest, GoingItReleasesItsLinesInOrderAndClosesTheChip) {
-    configureCts(1, Calls().callback());
+    configureCts(1, CallbackRecord().callback());
     configureRts();
     driver.reset();
     const auto calls = gpiod.calls();
@@ -438,20 +438,20 @@ TEST_F(GpioDriverTest, GoingItReleasesNoLineThatIsNotRequestedAnyMore) {
 
 TEST_F(GpioDriverTest, GoneItHoldsNoLineThoughTheNotifierSleepsOn) {
     configureRts();
-    configureCts(1, Calls().callback());
+    configureCts(1, CallbackRecord().callback());
     untilNotifierSleeps(log);
     driver.reset();
     EXPECT_TRUE(gpiod.isFree(CHIP, RTS_LINE));
     EXPECT_TRUE(ctsBecomesFree());
     driver = std::make_unique<GpioDriver>(0);
-    const Calls calls;
+    const CallbackRecord calls;
     configureCts(1, calls.callback());
     driveCts(LOW);
     EXPECT_TRUE(calls.reach(1));
 }
 
 TEST_F(GpioDriverTest, GoneItLeavesAWatchThatNeverFires) {
-    const Calls calls;
+    const CallbackRecord calls;
     auto owned = std::make_shared<int>();
     configureCts(1, [owned, callback = calls.callback()](int value) { callback(value); });
     const int number = watchedDescriptors().at(0);
@@ -469,7 +469,7 @@ TEST_F(GpioDriverTest, GoneItLeavesAWatchThatNeverFires) {
 }
 
 TEST_F(GpioDriverTest, GoneItLeavesNoWatchOfANumberThatMayBeGivenToAnotherFile) {
-    const Calls calls;
+    const CallbackRecord calls;
     {
         const DescriptorsBelow limit(LOWEST_DESCRIPTOR);
         configureCts(1, calls.callback());
@@ -491,7 +491,7 @@ TEST_F(GpioDriverTest, GoneItLeavesNoWatchOfANumberThatMayBeGivenToAnotherFile) 
 TEST_F(GpioDriverTest, GoneItTakesTheEndOfItsWatchBySomebodyElseWell) {
     {
         const DescriptorsBelow limit(LOWEST_DESCRIPTOR);
-        configureCts(1, Calls().callback());
+        configureCts(1, CallbackRecord().callback());
     }
     FileNotify::getInstance()->disableNotifications(watchedDescriptors().at(0));
     EXPECT_NO_THROW(driver.reset());
@@ -500,7 +500,7 @@ TEST_F(GpioDriverTest, GoneItTakesTheEndOfItsWatchBySomebodyElseWell) {
 }
 
 TEST_F(GpioDriverTest, MayGoAtAnyMomentWhileEdgesComeIn) {
-    const Calls calls;
+    const CallbackRecord calls;
     std::atomic<bool> goesOn{true};
     std::thread edges([&] {
         while (goesOn) {
@@ -542,8 +542,8 @@ std::string notifyAll(bool filesFirst, GpioDriver& driver, FakeGpiod& gpiod) {
     const TemporaryDirectory directory;
     FileNotify& notifier = *FileNotify::getInstance();
     std::vector<std::string> paths;
-    std::vector<Calls> files(FILES);
-    const Calls cts;
+    std::vector<CallbackRecord> files(FILES);
+    const CallbackRecord cts;
     const auto watchFiles = [&] {
         for (std::size_t i = 0; i < FILES; ++i) {
             paths.push_back(directory.file(std::to_string(i), "0"));
@@ -598,7 +598,7 @@ TEST_F(GpioDriverTest, CtsAndThenThirteenHundredFilesAllNotify) {
 }
 
 TEST_F(GpioDriverTest, LogsOnlyWhatIsWanted) {
-    const Calls calls;
+    const CallbackRecord calls;
     Poco::Logger::setLevel("", Poco::Message::PRIO_NOTICE);
     configureCts(1, calls.callback());
     driveCts(LOW);
@@ -627,7 +627,7 @@ TEST_F(GpioDriverTest, AnRtsRegisterWritesAndReadsTheLine) {
 TEST_F(GpioDriverTest, ACtsRegisterIsToldOfEachEdgeOnceAndCannotBeWritten) {
     isWatching = true;
     const std::shared_ptr<DriverInterface> shared = std::move(driver);
-    const Calls calls;
+    const CallbackRecord calls;
     std::atomic<Register*> told{nullptr};
     GpioRegister reg(11, RegisterType::CTS, 1, 1, shared,
                      [&told, callback = calls.callback()](Register* changed) {

@@ -10,7 +10,7 @@
 #include "Deadline.h"
 
 /// Notes the calls of a callback on another thread.
-class Calls {
+class CallbackRecord {
  public:
     /// The callback. It may be called after this object has gone.
     std::function<void(int)> callback() const {
