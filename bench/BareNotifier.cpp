@@ -14,6 +14,9 @@
 #include <thread>
 #include <vector>
 
+#include "support/FileDescriptor.h"
+#include "support/GLibOwners.h"
+
 namespace {
 
 struct Notifier {
@@ -25,21 +28,20 @@ struct Notifier {
 
 gint32 readFileValue(const std::string& path) {
     std::array<char, 64> text;
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    const ssize_t got = read(fd, text.data(), text.size() - 1);
-    close(fd);
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const ssize_t got = read(file.get(), text.data(), text.size() - 1);
     text[static_cast<std::size_t>(got)] = '\0';
     return std::atoi(text.data());
 }
 
 void notifyForEver(const Notifier& notifier, GDBusConnection* bus) {
-    const int inotify = inotify_init1(IN_CLOEXEC);
+    const FileDescriptor inotify(inotify_init1(IN_CLOEXEC));
     for (std::size_t relay = 1; relay < notifier.files.size(); ++relay) {
-        inotify_add_watch(inotify, notifier.files[relay].c_str(), IN_MODIFY);
+        inotify_add_watch(inotify.get(), notifier.files[relay].c_str(), IN_MODIFY);
     }
     alignas(inotify_event) std::array<char, 32768> buffer;
     for (;;) {
-        const char* const end = buffer.data() + read(inotify, buffer.data(), buffer.size());
+        const char* const end = buffer.data() + read(inotify.get(), buffer.data(), buffer.size());
         for (const char* at = buffer.data(); at < end;) {
             const auto* const event = reinterpret_cast<const inotify_event*>(at);
             const auto relay = static_cast<std::size_t>(event->wd);
@@ -69,5 +71,6 @@ int main(int argc, char** argv) {
             std::thread(notifyForEver, std::cref(*static_cast<Notifier*>(user)), bus).detach();
         },
         nullptr, nullptr, &notifier, nullptr);
-    g_main_loop_run(g_main_loop_new(nullptr, FALSE));
+    const MainLoopOwner loop(g_main_loop_new(nullptr, FALSE));
+    g_main_loop_run(loop.get());
 }

@@ -11,8 +11,11 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "Layout.h"
+#include "support/FileDescriptor.h"
+#include "support/GLibOwners.h"
 
 namespace {
 
@@ -46,9 +49,8 @@ Cell& cellAt(gint32 address) {
 
 gint32 readFileValue() {
     std::array<char, 64> text;
-    const int fd = open(valueFile, O_RDONLY | O_CLOEXEC);
-    const ssize_t got = read(fd, text.data(), text.size() - 1);
-    close(fd);
+    const FileDescriptor file(open(valueFile, O_RDONLY | O_CLOEXEC));
+    const ssize_t got = read(file.get(), text.data(), text.size() - 1);
     text[static_cast<std::size_t>(got)] = '\0';
     return std::atoi(text.data());
 }
@@ -76,19 +78,17 @@ GVariant* addressesOfType(GVariant* parameters) {
 }
 
 GVariant* readList(GVariant* parameters) {
-    GVariant* list = nullptr;
-    g_variant_get(parameters, "(v)", &list);
+    GVariant* content = nullptr;
+    g_variant_get(parameters, "(v)", &content);
+    const VariantOwner list(content);
     gsize count = 0;
     const auto* addresses =
-        static_cast<const gint32*>(g_variant_get_fixed_array(list, &count, sizeof(gint32)));
-    auto* values = g_new(gint32, count);
+        static_cast<const gint32*>(g_variant_get_fixed_array(list.get(), &count, sizeof(gint32)));
+    const std::unique_ptr<gint32[], GLibRelease<gint32, g_free>> values(g_new(gint32, count));
     for (gsize i = 0; i < count; ++i) {
         values[i] = readValue(addresses[i]);
     }
-    GVariant* reply = intArray(values, count);
-    g_free(values);
-    g_variant_unref(list);
-    return reply;
+    return intArray(values.get(), count);
 }
 
 void write(GDBusConnection* connection, const gchar* interface, GVariant* parameters) {
@@ -126,7 +126,7 @@ void handleCall(GDBusConnection* connection, const gchar* /*sender*/, const gcha
 
 void onBusAcquired(GDBusConnection* connection, const gchar* /*name*/, gpointer xml) {
     static const GDBusInterfaceVTable vtable{handleCall, nullptr, nullptr, {}};
-    GDBusNodeInfo* node = g_dbus_node_info_new_for_xml(static_cast<const char*>(xml), nullptr);
+    const NodeInfoOwner node(g_dbus_node_info_new_for_xml(static_cast<const char*>(xml), nullptr));
     g_dbus_connection_register_object(connection, objectPath, node->interfaces[0], &vtable, nullptr,
                                       nullptr, nullptr);
 }
@@ -149,5 +149,6 @@ int main(int argc, char** argv) {
             std::_Exit(EXIT_FAILURE);
         },
         argv[2], nullptr);
-    g_main_loop_run(g_main_loop_new(nullptr, FALSE));
+    const MainLoopOwner loop(g_main_loop_new(nullptr, FALSE));
+    g_main_loop_run(loop.get());
 }

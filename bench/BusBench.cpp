@@ -18,8 +18,8 @@
 #include <string>
 #include <vector>
 
+#include "BlockingClient.h"
 #include "Comparison.h"
-#include "Connection.h"
 #include "Deadline.h"
 #include "Layout.h"
 #include "MapText.h"
@@ -30,6 +30,7 @@
 #include "RunningService.h"
 #include "Server.h"
 #include "TemporaryDirectory.h"
+#include "support/FileDescriptor.h"
 #include "support/GLibOwners.h"
 
 namespace {
@@ -65,7 +66,7 @@ GVariant* fileList(int count) {
     return addressList(FILE_FIRST, FILE_COUNT, count);
 }
 
-/// There are fewer virtual registers than this may ask for: they come round again.
+/// A list of virtual registers. A list that is longer than their number repeats them.
 GVariant* virtualList(int count) {
     return addressList(VIRTUAL_FIRST, REGISTER_COUNT - FILE_COUNT, count);
 }
@@ -118,11 +119,10 @@ std::vector<std::string> serviceCommand(const std::string& mapFile) {
 void readPlainFile(int times) {
     std::array<char, 64> text;
     for (int i = 0; i < times; ++i) {
-        const int fd = open(VALUE_FILE, O_RDONLY | O_CLOEXEC);
-        if (read(fd, text.data(), text.size()) <= 0) {
+        const FileDescriptor file(open(VALUE_FILE, O_RDONLY | O_CLOEXEC));
+        if (read(file.get(), text.data(), text.size()) <= 0) {
             throw std::runtime_error(std::string("cannot read ") + VALUE_FILE);
         }
-        close(fd);
     }
 }
 
@@ -165,10 +165,11 @@ class BusBench {
 
  private:
     void measureCalls() {
-        const RunningService bare(watcher.get(), BARE_NAME, bareCommand(BARE_NAME));
-        const RunningService again(watcher.get(), SECOND_BARE_NAME, bareCommand(SECOND_BARE_NAME));
-        const RunningService silent(watcher.get(), SILENT_BARE_NAME, silentCommand());
-        const RunningService service(watcher.get(), Server::DBUS_SERVICE_NAME,
+        const RunningService bare(watcher.connection(), BARE_NAME, bareCommand(BARE_NAME));
+        const RunningService again(watcher.connection(), SECOND_BARE_NAME,
+                                   bareCommand(SECOND_BARE_NAME));
+        const RunningService silent(watcher.connection(), SILENT_BARE_NAME, silentCommand());
+        const RunningService service(watcher.connection(), Server::DBUS_SERVICE_NAME,
                                      serviceCommand(fewFields.mapFile));
         measureScenario(READ, bare, again, control);
         for (std::size_t i = 0; i < SCENARIOS.size(); ++i) {
@@ -224,7 +225,7 @@ class BusBench {
         std::optional<RunningService> service;
         const auto startTime = [this](std::optional<RunningService>& side, const std::string& name,
                                       const std::vector<std::string>& command) {
-            return side.emplace(watcher.get(), name, command).startTime();
+            return side.emplace(watcher.connection(), name, command).startTime();
         };
         map.time.measure(
             1, [&] { return startTime(bare, BARE_NAME, bareCommand(BARE_NAME)); },
@@ -262,8 +263,8 @@ class BusBench {
 
     TemporaryDirectory directory;
     PrivateBus bus;
-    Connection watcher;
-    Connection client;
+    BlockingClient watcher;
+    BlockingClient client;
     Comparison control{"Control: Read, virtual, bare twice", "us"};
     std::vector<Comparison> calls;
     Comparison silentWrite{"Write, virtual, bare without its signal", "us"};

@@ -3,8 +3,8 @@
 // Measures the client class against bare GDBus on the same calls and signals of the real service,
 // and prints a table. The exit status tells only whether everything ran.
 
+#include "BlockingClient.h"
 #include "Comparison.h"
-#include "Connection.h"
 #include "Deadline.h"
 #include "IoMapping.h"
 #include "Layout.h"
@@ -38,10 +38,10 @@ class ClientBench {
 
     void run() {
         for (int round = 0; round < ROUNDS; ++round) {
-            const RunningService service(watcher.get(), Server::DBUS_SERVICE_NAME,
+            const RunningService service(watcher.connection(), Server::DBUS_SERVICE_NAME,
                                          {SERVICE_PROGRAM, "--map", map});
             IoMapping io;
-            const Connection bare;
+            const BlockingClient bare;
             measureRead(io, bare);
             measureList(io, bare);
             measureNotification(io);
@@ -57,7 +57,7 @@ class ClientBench {
         return median(timesOf(CALLS, action));
     }
 
-    void measureRead(IoMapping& io, const Connection& bare) {
+    void measureRead(IoMapping& io, const BlockingClient& bare) {
         read.measure(
             PAIRS,
             [&] {
@@ -71,7 +71,7 @@ class ClientBench {
             [&] { return batch([&] { io.readValue(VIRTUAL_FIRST); }); });
     }
 
-    void measureList(IoMapping& io, const Connection& bare) {
+    void measureList(IoMapping& io, const BlockingClient& bare) {
         list.measure(
             PAIRS,
             [&] {
@@ -88,7 +88,7 @@ class ClientBench {
 
     /// From the write of a register until its change has reached the callback.
     void measureNotification(IoMapping& io) {
-        const Connection writer;
+        const BlockingClient writer;
         const auto write = [&writer](int value) {
             writer.call(Server::DBUS_SERVICE_NAME, "Write",
                         g_variant_new("(ii)", VIRTUAL_FIRST, value));
@@ -97,7 +97,7 @@ class ClientBench {
         notification.measure(
             PAIRS,
             [&] {
-                const Connection listener;
+                const BlockingClient listener;
                 const Subscription changes(listener, Server::DBUS_SERVICE_NAME.c_str());
                 return batch([&] {
                     write(++written % 2 + 1);
@@ -121,7 +121,7 @@ class ClientBench {
 
     TemporaryDirectory directory;
     PrivateBus bus;
-    Connection watcher;
+    BlockingClient watcher;
     std::string map{directory.file("map.json", mapOfFewFields())};
     std::vector<int> addresses;
     Comparison read{"IoMapping::readValue, bare call", "us", CALL_TARGET};

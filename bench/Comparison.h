@@ -28,7 +28,7 @@ std::vector<double> timesOf(int runs, const Action& action) {
     return times;
 }
 
-/// What the service is held to against the bare side, if anything.
+/// What the service must reach in comparison with the bare side, if anything.
 struct Target {
     enum Kind { NONE, RATIO, DIFFERENCE } kind{NONE};
     double limit{0};

@@ -13,9 +13,9 @@
 #include <thread>
 #include <vector>
 
+#include "BlockingClient.h"
 #include "ChangeListeners.h"
 #include "Comparison.h"
-#include "Connection.h"
 #include "Deadline.h"
 #include "PrivateBus.h"
 #include "RegisterMap.h"
@@ -53,11 +53,11 @@ class NotificationBench {
  public:
     void run() {
         for (int round = 0; round < ROUNDS; ++round) {
-            const RunningService service(watcher.get(), Server::DBUS_SERVICE_NAME,
+            const RunningService service(watcher.connection(), Server::DBUS_SERVICE_NAME,
                                          {SERVICE_PROGRAM, "--map", map});
             const RunningService bareProgram(
-                watcher.get(), BARE_NAME,
-                {BARE_PROGRAM, BARE_NAME, RegisterMap::DBUS_OBJECT_NAME, "org.mirel.Register",
+                watcher.connection(), BARE_NAME,
+                {BARE_PROGRAM, BARE_NAME, RegisterMap::DBUS_OBJECT_NAME, BusClient::INTERFACE,
                  bareBoard, std::to_string(FILES)});
             const Side bare{bareFiles, bareProgram};
             const Side ours{serviceFiles, service};
@@ -72,7 +72,7 @@ class NotificationBench {
 
  private:
     void measureLatency(const Side& bare, const Side& ours) {
-        const Connection listener;
+        const BlockingClient listener;
         const Subscription changes(listener);
         const auto sampleOf = [&](const Side& side) {
             return median(timesOf(CHANGES_PER_SAMPLE, [&] {
@@ -159,7 +159,7 @@ class NotificationBench {
 
     TemporaryDirectory directory;
     PrivateBus bus;
-    Connection watcher;
+    BlockingClient watcher;
     WatchedFiles serviceFiles{FILES};
     std::string bareBoard{directory.path() / "board"};
     WatchedFiles bareFiles{FILES, bareBoard};

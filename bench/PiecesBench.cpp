@@ -22,6 +22,7 @@
 #include "RegisterType.h"
 #include "TemporaryDirectory.h"
 #include "VaduDriver.h"
+#include "support/FileDescriptor.h"
 #include "support/ValueFile.h"
 
 namespace {
@@ -52,9 +53,8 @@ void readRaw(benchmark::State& state) {
     const Sample sample;
     for (auto _ : state) {
         std::array<char, 64> text;
-        const int fd = open(sample.path().c_str(), O_RDONLY | O_CLOEXEC);
-        const ssize_t got = read(fd, text.data(), text.size() - 1);
-        close(fd);
+        const FileDescriptor file(open(sample.path().c_str(), O_RDONLY | O_CLOEXEC));
+        const ssize_t got = read(file.get(), text.data(), text.size() - 1);
         text.at(static_cast<std::size_t>(got)) = '\0';
         benchmark::DoNotOptimize(std::atoi(text.data()));
     }
@@ -85,10 +85,9 @@ void writeRaw(benchmark::State& state) {
     for (auto _ : state) {
         std::array<char, 12> text;
         const char* const end = std::to_chars(text.begin(), text.end(), VALUE).ptr;
-        const int fd = open(sample.path().c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+        const FileDescriptor file(open(sample.path().c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
         benchmark::DoNotOptimize(
-            write(fd, text.data(), static_cast<std::size_t>(end - text.data())));
-        close(fd);
+            write(file.get(), text.data(), static_cast<std::size_t>(end - text.data())));
     }
 }
 BENCHMARK(writeRaw)->Name("write a value/open, write, close");
@@ -197,7 +196,8 @@ BENCHMARK_CAPTURE(loadMap, many, mapOfManyFields())
 }  // namespace
 
 int main(int argc, char** argv) {
-    // As in the service: what is not logged by default costs only the look at the level.
+    // The level is that of the service, where a line that is not logged costs only a look at the
+    // level.
     Poco::Logger::root().setLevel(Poco::Message::PRIO_NOTICE);
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {

@@ -3,19 +3,19 @@
 
 #include <gio/gio.h>
 
-#include "Connection.h"
+#include "BlockingClient.h"
 
 /// A bare subscription to changes of registers, served by the default main context, which keeps the
 /// last value.
 class Subscription {
  public:
     /// Hears all changes from now on.
-    /// @param connection outlives the subscription
+    /// @param client outlives the subscription
     /// @param sender whose changes, or null for anybody's
-    explicit Subscription(const Connection& connection, const char* sender = nullptr)
-        : bus(connection.get()) {
+    explicit Subscription(const BlockingClient& client, const char* sender = nullptr)
+        : bus(client.connection()) {
         id = g_dbus_connection_signal_subscribe(
-            bus, sender, "org.mirel.Register", "OnValueChange", nullptr, nullptr,
+            bus, sender, BusClient::INTERFACE, "OnValueChange", nullptr, nullptr,
             G_DBUS_SIGNAL_FLAGS_NONE,
             [](GDBusConnection* /*connection*/, const gchar* /*sender*/, const gchar* /*path*/,
                const gchar* /*interface*/, const gchar* /*signal*/, GVariant* parameters,
@@ -25,7 +25,7 @@ class Subscription {
             },
             &value, nullptr);
         // The bus may be told of it only after what another connection sends next.
-        connection.callBus();
+        client.callBus();
     }
     ~Subscription() { g_dbus_connection_signal_unsubscribe(bus, id); }
     Subscription(const Subscription&) = delete;

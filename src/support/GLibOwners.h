@@ -16,6 +16,7 @@ using ErrorOwner = std::unique_ptr<GError, GLibRelease<GError, g_error_free>>;
 using VariantOwner = std::unique_ptr<GVariant, GLibRelease<GVariant, g_variant_unref>>;
 using NodeInfoOwner =
     std::unique_ptr<GDBusNodeInfo, GLibRelease<GDBusNodeInfo, g_dbus_node_info_unref>>;
+using MainLoopOwner = std::unique_ptr<GMainLoop, GLibRelease<GMainLoop, g_main_loop_unref>>;
 using StringOwner = std::unique_ptr<gchar, GLibRelease<gchar, g_free>>;
 
 /// Owns one reference to a GObject: a connection, a proxy, a message, an invocation.

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Reads any bytes as a board's info_io. The counts must be those of the last line for each kind; a
-// count that is no number, and nothing else, is refused.
+// Reads any bytes as a board's info_io. The counts must be those of the last line for each key.
+// Only a count that is no number may be refused.
 
 #include <Poco/Exception.h>
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Loads any bytes as a map file. A map that is refused with an exception is as good as one that is
-// taken; everything else that goes wrong is a finding.
+// Loads any bytes as a map file. A map may be accepted, or refused with an exception. Everything
+// else that goes wrong is a finding.
 
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
@@ -26,8 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
 namespace {
 
-/// A map with more registers than this needs more time and memory than a round is worth, and takes
-/// its administrator at the word.
+/// A map with more registers than this would take too much time and memory for a round.
 constexpr std::int64_t MOST_REGISTERS = 5000;
 
 /// How many registers a text asks for before it turns out to be faulty; 0 when it is no map.
@@ -42,7 +41,7 @@ std::int64_t registersAskedFor(const std::string& text) {
             sum += count > 0 ? count : 0;
         }
     } catch (const std::exception&) {
-        // Where the load ends too, or earlier.
+        // The load ends here too, or earlier.
     }
     return sum;
 }

@@ -3,41 +3,30 @@
 
 #include <gio/gio.h>
 
-#include <cstdlib>
 #include <stdexcept>
 #include <string>
 
+#include "BusClient.h"
+#include "BusConnection.h"
 #include "RegisterMap.h"
 #include "support/GLibOwners.h"
 
-/// A bare GDBus connection to the bus, with synchronous calls. Unlike BusClient it hears no
-/// changes.
-class Connection {
+/// A client of register services, bare GDBus, on a connection of its own. Each call blocks its
+/// thread until the answer is there. It runs no main context and hears no changes; BusClient does.
+class BlockingClient {
  public:
-    Connection() {
-        GError* error = nullptr;
-        bus = g_dbus_connection_new_for_address_sync(
-            std::getenv("DBUS_SYSTEM_BUS_ADDRESS"),
-            static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-            nullptr, nullptr, &error);
-        if (bus == nullptr) {
-            const ErrorOwner owner(error);
-            throw std::runtime_error(error->message);
-        }
-    }
-    ~Connection() {
-        g_dbus_connection_close_sync(bus, nullptr, nullptr);
-        g_object_unref(bus);
-    }
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
+    BlockingClient() = default;
+    ~BlockingClient() { g_dbus_connection_close_sync(bus.get(), nullptr, nullptr); }
+    BlockingClient(const BlockingClient&) = delete;
+    BlockingClient& operator=(const BlockingClient&) = delete;
 
-    GDBusConnection* get() const { return bus; }
+    GDBusConnection* connection() const { return bus.get(); }
 
     /// Calls a method of a register service.
+    ///
+    /// @throws std::runtime_error the call failed
     VariantOwner call(const std::string& service, const char* method, GVariant* arguments) const {
-        return call(service, RegisterMap::DBUS_OBJECT_NAME.c_str(), "org.mirel.Register", method,
+        return call(service, RegisterMap::DBUS_OBJECT_NAME.c_str(), BusClient::INTERFACE, method,
                     arguments);
     }
 
@@ -51,15 +40,15 @@ class Connection {
     VariantOwner call(const std::string& service, const char* path, const char* interface,
                       const char* method, GVariant* arguments) const {
         GError* error = nullptr;
-        GVariant* reply =
-            g_dbus_connection_call_sync(bus, service.c_str(), path, interface, method, arguments,
-                                        nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
-        if (reply == nullptr) {
+        VariantOwner reply(g_dbus_connection_call_sync(
+            bus.get(), service.c_str(), path, interface, method, arguments, nullptr,
+            G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error));
+        if (!reply) {
             const ErrorOwner owner(error);
             throw std::runtime_error(service + ", " + method + ": " + error->message);
         }
-        return VariantOwner(reply);
+        return reply;
     }
 
-    GDBusConnection* bus;
+    ObjectOwner<GDBusConnection> bus = connectToBus();
 };

@@ -13,10 +13,15 @@
 /// A client of the register service, bare GDBus, on a connection of its own or a given one.
 class BusClient {
  public:
-    /// A signal as it came in: address and value.
+    /// What the service is called on the bus, and where its registers are.
+    static constexpr const char* SERVICE = "org.mirel.IoMapping";
+    static constexpr const char* PATH = "/org/mirel/register";
+    static constexpr const char* INTERFACE = "org.mirel.Register";
+
+    /// The address and the value that a signal carries.
     using Change = std::pair<int, int>;
 
-    /// What came back from a call: either the reply's tuple, or the error's D-Bus name and text.
+    /// The outcome of a call: either the reply's tuple, or the error's D-Bus name and text.
     struct Answer {
         std::shared_ptr<GVariant> reply;
         std::string errorName;
@@ -34,7 +39,7 @@ class BusClient {
     BusClient(const BusClient&) = delete;
     BusClient& operator=(const BusClient&) = delete;
 
-    GDBusConnection* connection() const { return bus; }
+    GDBusConnection* connection() const { return bus.get(); }
 
     /// Calls a method of the register interface while the default main context runs.
     ///
@@ -58,7 +63,7 @@ class BusClient {
  private:
     void subscribe();
 
-    GDBusConnection* bus;
+    ObjectOwner<GDBusConnection> bus;
     const char* destination;
     guint subscription{0};
     std::vector<Change> received;

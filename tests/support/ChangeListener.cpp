@@ -8,6 +8,7 @@
 #include <iostream>
 
 #include "HeardChanges.h"
+#include "support/GLibOwners.h"
 
 namespace {
 
@@ -21,9 +22,10 @@ GDBusMessage* keepChange(GDBusConnection* /*bus*/, GDBusMessage* message, gboole
     gint32 value = 0;
     g_variant_get(g_dbus_message_get_body(message), "(ii)", &address, &value);
     auto* const changes = static_cast<HeardChanges*>(heard);
-    changes->last.at(static_cast<std::size_t>(address)) = value;
+    // The count comes first, so that it includes every value that others can see.
     ++changes->count;
-    g_object_unref(message);
+    changes->last.at(static_cast<std::size_t>(address)) = value;
+    const ObjectOwner<GDBusMessage> dropped(message);
     return nullptr;
 }
 
@@ -35,17 +37,17 @@ int main(int argc, char** argv) {
         return 2;
     }
     const HeardChanges::Owner heard = HeardChanges::in(argv[1]);
-    GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    if (bus == nullptr) {
+    const ObjectOwner<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+    if (!bus) {
         std::cerr << "change-listener: there is no bus\n";
         return EXIT_FAILURE;
     }
-    g_dbus_connection_add_filter(bus, keepChange, heard.get(), nullptr);
-    GVariant* subscribed = g_dbus_connection_call_sync(
-        bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "AddMatch",
-        g_variant_new("(s)", "type='signal',interface='org.mirel.Register'"), nullptr,
-        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
-    g_variant_unref(subscribed);
+    g_dbus_connection_add_filter(bus.get(), keepChange, heard.get(), nullptr);
+    const VariantOwner subscribed(g_dbus_connection_call_sync(
+        bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+        "AddMatch", g_variant_new("(s)", "type='signal',interface='org.mirel.Register'"), nullptr,
+        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
     std::cout << "listening" << std::endl;
-    g_main_loop_run(g_main_loop_new(nullptr, FALSE));
+    const MainLoopOwner loop(g_main_loop_new(nullptr, FALSE));
+    g_main_loop_run(loop.get());
 }

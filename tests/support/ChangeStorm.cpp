@@ -8,6 +8,7 @@
 
 #include "RegisterMap.h"
 #include "Server.h"
+#include "support/GLibOwners.h"
 
 namespace {
 
@@ -27,8 +28,8 @@ void onCall(GDBusConnection* connection, const gchar* /*sender*/, const gchar* p
 }  // namespace
 
 int main() {
-    GDBusNodeInfo* node =
-        g_dbus_node_info_new_for_xml(RegisterMap::DBUS_INTROSPECTION_XML.c_str(), nullptr);
+    const NodeInfoOwner node(
+        g_dbus_node_info_new_for_xml(RegisterMap::DBUS_INTROSPECTION_XML.c_str(), nullptr));
     g_bus_own_name(
         G_BUS_TYPE_SYSTEM, Server::DBUS_SERVICE_NAME.c_str(), G_BUS_NAME_OWNER_FLAGS_NONE,
         [](GDBusConnection* connection, const gchar* /*name*/, gpointer description) {
@@ -38,7 +39,8 @@ int main() {
                 static_cast<GDBusNodeInfo*>(description)->interfaces[0], &calls, nullptr, nullptr,
                 nullptr);
         },
-        nullptr, nullptr, node, nullptr);
-    g_main_loop_run(g_main_loop_new(nullptr, FALSE));
+        nullptr, nullptr, node.get(), nullptr);
+    const MainLoopOwner loop(g_main_loop_new(nullptr, FALSE));
+    g_main_loop_run(loop.get());
     return EXIT_SUCCESS;
 }

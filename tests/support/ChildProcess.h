@@ -13,8 +13,10 @@
 #include <stdexcept>
 #include <string>
 
-/// What a function returns when it runs in a copy of this process, which then goes: for tests that
-/// change something that cannot be changed back.
+#include "support/FileDescriptor.h"
+
+/// What a function returns when it runs in a copy of this process, which then ends. This serves
+/// tests that change something that cannot be changed back.
 ///
 /// @param namespaces the CLONE_NEW... flags of those that the copy gets for itself, where the
 ///        system allows it
@@ -26,8 +28,10 @@ inline std::string inChildProcess(const std::function<std::string()>& function,
     if (pipe(ends.data()) != 0) {
         throw std::runtime_error("no pipe to a child process");
     }
-    // Not unshare() after the fork: ThreadSanitizer starts a thread of its own in the child, and
-    // with a second thread there is no way into another user namespace.
+    const FileDescriptor readEnd(ends[0]);
+    FileDescriptor writeEnd(ends[1]);
+    // unshare() after the fork would fail: ThreadSanitizer starts a thread of its own in the child,
+    // and a process with two threads cannot enter another user namespace.
     long child = namespaces == 0
                      ? -1
                      : syscall(SYS_clone, namespaces | SIGCHLD, nullptr, nullptr, nullptr, nullptr);
@@ -42,16 +46,15 @@ inline std::string inChildProcess(const std::function<std::string()>& function,
             status = EXIT_FAILURE;
         }
         const bool written =
-            write(ends[1], text.data(), text.size()) == static_cast<ssize_t>(text.size());
+            write(writeEnd.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
         _exit(written ? status : EXIT_FAILURE);
     }
-    close(ends[1]);
+    writeEnd.reset();
     std::string text;
     std::array<char, 4096> piece{};
-    for (ssize_t got = 0; (got = read(ends[0], piece.data(), piece.size())) > 0;) {
+    for (ssize_t got = 0; (got = read(readEnd.get(), piece.data(), piece.size())) > 0;) {
         text.append(piece.data(), static_cast<std::size_t>(got));
     }
-    close(ends[0]);
     int status = 0;
     if (child < 0 || waitpid(static_cast<pid_t>(child), &status, 0) != child || status != 0) {
         throw std::runtime_error("the child process failed: " + text);

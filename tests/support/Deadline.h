@@ -7,8 +7,8 @@
 
 #include "Build.h"
 
-/// How long a test waits for anything before it fails. Far above what is ever needed, so that a
-/// slow machine fails no test; sanitizer builds on two busy cores included.
+/// How long a test waits for anything before it fails. This is far above what is ever needed, so
+/// that no test fails on a slow machine, not even a sanitizer's build on two busy cores.
 constexpr std::chrono::seconds PATIENCE{EMULATED ? 600 : 30};
 
 /// A point in time by which something must have happened.

@@ -4,7 +4,6 @@
 #include <gpiod.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -26,9 +25,6 @@ FakeGpiod::FakeGpiod() {
 
 FakeGpiod::~FakeGpiod() {
     present = nullptr;
-    for (const auto& [place, wire] : wires) {
-        ::close(wire.kernelSide);
-    }
 }
 
 std::vector<std::string> FakeGpiod::calls() const {
@@ -63,8 +59,8 @@ const FakeGpiod::Wire* FakeGpiod::find(const Place& place) const {
 }
 
 bool FakeGpiod::isHeld(const Wire& wire) {
-    pollfd end{wire.kernelSide, 0, 0};
-    return wire.kernelSide != -1 && (poll(&end, 1, 0) == 0 || (end.revents & POLLHUP) == 0);
+    pollfd end{wire.kernelSide.get(), 0, 0};
+    return wire.kernelSide.isOpen() && (poll(&end, 1, 0) == 0 || (end.revents & POLLHUP) == 0);
 }
 
 int FakeGpiod::level(const std::string& chip, unsigned offset) const {
@@ -80,7 +76,7 @@ void FakeGpiod::drive(const std::string& chip, unsigned offset, int level) {
         const bool isRising = (level != 0) != wire.isActiveLow;
         const char event = isRising ? GPIOD_LINE_EVENT_RISING_EDGE : GPIOD_LINE_EVENT_FALLING_EDGE;
         // Like the kernel, drops what nobody takes.
-        send(wire.kernelSide, &event, 1, MSG_NOSIGNAL | MSG_DONTWAIT);
+        send(wire.kernelSide.get(), &event, 1, MSG_NOSIGNAL | MSG_DONTWAIT);
     }
     wire.level = level;
 }
@@ -94,7 +90,7 @@ bool FakeGpiod::isFree(const std::string& chip, unsigned offset) const {
 int FakeGpiod::eventDescriptor(const std::string& chip, unsigned offset) const {
     const std::lock_guard<std::mutex> lock(mutex);
     const Wire* const wire = find({chip, offset});
-    return wire != nullptr && wire->isRequested && wire->hasEvents ? wire->userSide : -1;
+    return wire != nullptr && wire->isRequested && wire->hasEvents ? wire->userSide.get() : -1;
 }
 
 void FakeGpiod::takeAway(const std::string& chip, unsigned offset) {
@@ -125,13 +121,13 @@ int FakeGpiod::request(const std::string& chip, unsigned offset, const std::stri
         errno = EBUSY;
         return -1;
     }
-    ::close(wire.kernelSide);
+    wire.kernelSide.reset();
     std::array<int, 2> ends{-1, -1};
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) {
         return -1;
     }
-    wire.kernelSide = ends[0];
-    wire.userSide = ends[1];
+    wire.kernelSide.reset(ends[0]);
+    wire.userSide.reset(ends[1]);
     wire.isActiveLow = (flags & GPIOD_LINE_REQUEST_FLAG_ACTIVE_LOW) != 0;
     wire.hasEvents = type >= GPIOD_LINE_REQUEST_EVENT_FALLING_EDGE;
     wire.isRequested = true;
@@ -146,7 +142,7 @@ void FakeGpiod::release(const std::string& chip, unsigned offset) {
     record.push_back("release " + nameOf(chip, offset));
     Wire& wire = wires[{chip, offset}];
     wire.isRequested = false;
-    ::close(wire.userSide);
+    wire.userSide.reset();
 }
 
 bool FakeGpiod::isRequested(const std::string& chip, unsigned offset) const {
@@ -195,7 +191,7 @@ int FakeGpiod::readEvent(const std::string& chip, unsigned offset) {
             errno = EPERM;
             return -1;
         }
-        fd = wire->userSide;
+        fd = wire->userSide.get();
     }
     char event = 0;
     return recv(fd, &event, 1, 0) == 1 ? event : -1;

@@ -7,12 +7,14 @@
 #include <utility>
 #include <vector>
 
-/// GPIO chips of the test's own. A program that is linked with this has libgpiod's C++ bindings
-/// call it in the place of libgpiod's C functions, of which it has those that the driver needs.
+#include "support/FileDescriptor.h"
+
+/// The GPIO chips of a test. This class defines those of libgpiod's C functions that the driver
+/// needs. libgpiod's C++ bindings call them in every program that is linked with this class.
 ///
-/// One can live at a time, and without one there is no chip. Every name is that of a chip. Like the
-/// kernel, it holds a requested line until the last descriptor of the request is closed. May be
-/// used from any thread.
+/// Every name is that of a chip while an object lives; without one there is no chip. Only one may
+/// live at a time. A requested line is held until the last descriptor of the request is closed, as
+/// the kernel does it. May be used from any thread.
 class FakeGpiod {
  public:
     FakeGpiod();
@@ -20,15 +22,15 @@ class FakeGpiod {
     FakeGpiod(const FakeGpiod&) = delete;
     FakeGpiod& operator=(const FakeGpiod&) = delete;
 
-    /// What was asked for until now, in order: "open gpiochip0", "request gpiochip0 200: type 3,
+    /// The calls until now, in order: "open gpiochip0", "request gpiochip0 200: type 3,
     /// flags 4, consumer rts, default 0", "set gpiochip0 200: 1", "release gpiochip0 200", "close
     /// gpiochip0".
     std::vector<std::string> calls() const;
 
-    /// Has all calls of a kind fail from now on.
+    /// Makes every call of one function fail from now on.
     ///
     /// @param call "open", "request", "get", "set" or "read"
-    /// @param error as in errno; 0 has them work again
+    /// @param error as in errno; with 0 the calls work again
     void fail(const std::string& call, int error);
 
     /// How many lines every chip has, 256 unless told.
@@ -38,8 +40,8 @@ class FakeGpiod {
     /// The electrical level of a line, 0 or 1. Lines start high.
     int level(const std::string& chip, unsigned offset) const;
 
-    /// Changes the electrical level of a line from outside. Where events were requested, there is
-    /// one if the level is another.
+    /// Changes the electrical level of a line from outside. A level that differs is an event where
+    /// events were requested.
     void drive(const std::string& chip, unsigned offset, int level);
 
     /// Whether nobody holds a line.
@@ -48,15 +50,15 @@ class FakeGpiod {
     /// The descriptor of a request's events, as the owner of the line sees it; -1 without one.
     int eventDescriptor(const std::string& chip, unsigned offset) const;
 
-    /// Has a line look as if it had been released.
+    /// Makes a line look as if it had been released.
     void takeAway(const std::string& chip, unsigned offset);
 
     /// The electrical side of a line.
     struct Wire {
         int level{1};
-        /// Our end of the connection whose other end is the descriptor of the request.
-        int kernelSide{-1};
-        int userSide{-1};
+        /// The kernel's end of a connection. The other end is the descriptor of the request.
+        FileDescriptor kernelSide;
+        FileDescriptor userSide;
         bool isActiveLow{false};
         bool hasEvents{false};
         bool isRequested{false};

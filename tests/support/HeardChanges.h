@@ -13,7 +13,9 @@
 #include <string>
 #include <system_error>
 
-/// What a listener has heard of the registers, in memory that it shares with whoever asks.
+#include "support/FileDescriptor.h"
+
+/// What a listener has heard of the registers, in memory that it shares with other processes.
 struct HeardChanges {
     static constexpr std::size_t ADDRESSES = 1301;
 
@@ -27,18 +29,18 @@ struct HeardChanges {
     };
     using Owner = std::unique_ptr<HeardChanges, Unmap>;
 
-    /// Maps a file, which is created when there is none, with all zeros.
+    /// Maps a file. A file that does not exist is created with all values at 0.
+    ///
+    /// @throws std::system_error the file cannot be created or mapped
     static Owner in(const std::string& path) {
-        const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        const FileDescriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
         void* place = MAP_FAILED;
-        if (fd >= 0 && ::ftruncate(fd, sizeof(HeardChanges)) == 0) {
-            place =
-                ::mmap(nullptr, sizeof(HeardChanges), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+        if (file.isOpen() && ::ftruncate(file.get(), sizeof(HeardChanges)) == 0) {
+            place = ::mmap(nullptr, sizeof(HeardChanges), PROT_READ | PROT_WRITE, MAP_SHARED,
+                           file.get(), 0);
         }
-        const int error = errno;
-        ::close(fd);
         if (place == MAP_FAILED) {
-            throw std::system_error(error, std::generic_category(), path);
+            throw std::system_error(errno, std::generic_category(), path);
         }
         return Owner(static_cast<HeardChanges*>(place));
     }

@@ -5,37 +5,42 @@
 
 #include <array>
 #include <stdexcept>
+#include <utility>
 
 #include "Deadline.h"
+#include "support/FileDescriptor.h"
 
 namespace {
 
-GIOStream* streamOf(int fd) {
-    GSocket* socket = g_socket_new_from_fd(fd, nullptr);
-    GIOStream* stream = G_IO_STREAM(g_socket_connection_factory_create_connection(socket));
-    g_object_unref(socket);
-    return stream;
+ObjectOwner<GSocketConnection> streamOf(FileDescriptor end) {
+    const ObjectOwner<GSocket> socket(g_socket_new_from_fd(end.get(), nullptr));
+    if (!socket) {
+        throw std::runtime_error("a connection cannot have its end of the socket pair");
+    }
+    end.release();
+    return ObjectOwner<GSocketConnection>(
+        g_socket_connection_factory_create_connection(socket.get()));
 }
 
-void open(int fd, GDBusConnectionFlags flags, GDBusConnection** result) {
-    GIOStream* stream = streamOf(fd);
-    const std::unique_ptr<gchar, decltype(&g_free)> guid(g_dbus_generate_guid(), g_free);
+void open(FileDescriptor end, GDBusConnectionFlags flags, GDBusConnection** result) {
+    const ObjectOwner<GSocketConnection> stream = streamOf(std::move(end));
+    const StringOwner guid(g_dbus_generate_guid());
     const bool server = (flags & G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_SERVER) != 0;
     g_dbus_connection_new(
-        stream, server ? guid.get() : nullptr, flags, nullptr, nullptr,
+        G_IO_STREAM(stream.get()), server ? guid.get() : nullptr, flags, nullptr, nullptr,
         [](GObject* /*source*/, GAsyncResult* outcome, gpointer target) {
             *static_cast<GDBusConnection**>(target) =
                 g_dbus_connection_new_finish(outcome, nullptr);
         },
         result);
-    g_object_unref(stream);
 }
 
 }  // namespace
 
-void PeerConnection::Unref::operator()(GDBusConnection* connection) const {
-    g_dbus_connection_close_sync(connection, nullptr, nullptr);
-    g_object_unref(connection);
+PeerConnection::~PeerConnection() {
+    for (const auto* side : {&clientSide, &serviceSide}) {
+        g_dbus_connection_close_sync(side->get(), nullptr, nullptr);
+    }
 }
 
 PeerConnection::PeerConnection() {
@@ -43,9 +48,11 @@ PeerConnection::PeerConnection() {
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
         throw std::runtime_error("no socket pair");
     }
+    FileDescriptor serviceEnd(ends[0]);
+    FileDescriptor clientEnd(ends[1]);
     GDBusConnection* opened[2]{};
-    open(ends[0], G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_SERVER, &opened[0]);
-    open(ends[1], G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT, &opened[1]);
+    open(std::move(serviceEnd), G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_SERVER, &opened[0]);
+    open(std::move(clientEnd), G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT, &opened[1]);
     if (!runUntil([&opened] { return opened[0] != nullptr && opened[1] != nullptr; })) {
         throw std::runtime_error("the connections did not get together");
     }

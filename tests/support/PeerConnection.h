@@ -3,13 +3,16 @@
 
 #include <gio/gio.h>
 
-#include <memory>
+#include "support/GLibOwners.h"
 
 /// Two D-Bus connections that talk to each other without a bus: what is registered on one is called
 /// through the other. Both live in the default main context.
 class PeerConnection {
  public:
     PeerConnection();
+    ~PeerConnection();
+    PeerConnection(const PeerConnection&) = delete;
+    PeerConnection& operator=(const PeerConnection&) = delete;
 
     /// The side on which objects are registered.
     GDBusConnection* service() const { return serviceSide.get(); }
@@ -17,10 +20,6 @@ class PeerConnection {
     GDBusConnection* client() const { return clientSide.get(); }
 
  private:
-    struct Unref {
-        void operator()(GDBusConnection* connection) const;
-    };
-    using Owner = std::unique_ptr<GDBusConnection, Unref>;
-    Owner serviceSide;
-    Owner clientSide;
+    ObjectOwner<GDBusConnection> serviceSide;
+    ObjectOwner<GDBusConnection> clientSide;
 };

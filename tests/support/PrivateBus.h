@@ -7,8 +7,8 @@
 #include "Process.h"
 #include "TemporaryDirectory.h"
 
-/// A real dbus-daemon of the test's own. While it lives, DBUS_SYSTEM_BUS_ADDRESS names it, for this
-/// process and for those it starts.
+/// A real dbus-daemon for a test. While it lives, DBUS_SYSTEM_BUS_ADDRESS names it for this process
+/// and for the processes that it starts.
 class PrivateBus {
  public:
     PrivateBus();

@@ -39,23 +39,22 @@ Process::Process(const std::vector<std::string>& command,
     };
     const std::vector<char*> arguments = pointers(command);
     const std::vector<char*> childEnvironment = pointers(variables);
-    std::array<std::array<int, 2>, 2> pipes{};
-    for (auto& ends : pipes) {
+    std::array<FileDescriptor, 2> writeEnds;
+    for (std::size_t i = 0; i < writeEnds.size(); ++i) {
+        std::array<int, 2> ends{};
         if (pipe2(ends.data(), O_CLOEXEC) != 0) {
             throw std::runtime_error("no pipe for " + program);
         }
+        streams[i].end.reset(ends[0]);
+        writeEnds.at(i).reset(ends[1]);
     }
     child = fork();
     if (child == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        dup2(pipes[0][1], STDOUT_FILENO);
-        dup2(pipes[1][1], STDERR_FILENO);
+        dup2(writeEnds[0].get(), STDOUT_FILENO);
+        dup2(writeEnds[1].get(), STDERR_FILENO);
         execvpe(program.c_str(), arguments.data(), childEnvironment.data());
         _exit(127);
-    }
-    for (std::size_t i = 0; i < pipes.size(); ++i) {
-        close(pipes.at(i)[1]);
-        streams[i].fd = pipes.at(i)[0];
     }
     if (child < 0) {
         throw std::runtime_error("cannot fork for " + program);
@@ -66,11 +65,6 @@ Process::~Process() {
     if (exitStatus < 0) {
         kill(child, SIGKILL);
         waitpid(child, nullptr, 0);
-    }
-    for (const Stream& stream : streams) {
-        if (stream.fd >= 0) {
-            close(stream.fd);
-        }
     }
 }
 
@@ -114,7 +108,8 @@ int Process::waitForExit() {
 }
 
 bool Process::readMore(int timeoutMilliseconds) {
-    std::array<pollfd, 2> set{{{streams[0].fd, POLLIN, 0}, {streams[1].fd, POLLIN, 0}}};
+    std::array<pollfd, 2> set{
+        {{streams[0].end.get(), POLLIN, 0}, {streams[1].end.get(), POLLIN, 0}}};
     if (set[0].fd < 0 && set[1].fd < 0) {
         return false;
     }
@@ -124,15 +119,14 @@ bool Process::readMore(int timeoutMilliseconds) {
             continue;
         }
         std::array<char, 65536> buffer{};
-        const ssize_t got = read(streams[i].fd, buffer.data(), buffer.size());
+        const ssize_t got = read(streams[i].end.get(), buffer.data(), buffer.size());
         if (got > 0) {
             streams[i].text.append(buffer.data(), static_cast<std::size_t>(got));
         } else {
-            close(streams[i].fd);
-            streams[i].fd = -1;
+            streams[i].end.reset();
         }
     }
-    return streams[0].fd >= 0 || streams[1].fd >= 0;
+    return streams[0].end.isOpen() || streams[1].end.isOpen();
 }
 
 void Process::giveUp(const std::string& awaited) const {
@@ -147,8 +141,4 @@ std::vector<std::string> Process::lines(const std::string& text) {
         result.push_back(line);
     }
     return result;
-}
-
-int Process::run(const std::vector<std::string>& command) {
-    return Process(command).waitForExit();
 }

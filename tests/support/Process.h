@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "support/FileDescriptor.h"
+
 /// A program started by a test. It is killed when the owner goes, or when the test program dies.
 ///
 /// Everything it prints is kept. All waits are bounded and throw `std::runtime_error` with what was
@@ -42,12 +44,9 @@ class Process {
     /// The lines of a text.
     static std::vector<std::string> lines(const std::string& text);
 
-    /// Runs a program to its end; its exit status.
-    static int run(const std::vector<std::string>& command);
-
  private:
     struct Stream {
-        int fd{-1};
+        FileDescriptor end;
         std::string text;
         std::size_t searched{0};
     };

@@ -13,31 +13,25 @@
 #include <vector>
 
 #include "TemporaryDirectory.h"
+#include "support/FileDescriptor.h"
 
-/// The value files of an IO board with nothing but relays, below the real path. They are written as
-/// fast as can be and as the kernel does it: whole, so that each write is one change.
+/// The value files of an IO board that has only relays. A value is written whole, as the kernel
+/// does it, so that each write is one change.
 class WatchedFiles {
  public:
-    /// All at 0.
+    /// Makes the files, each with the value 0.
     ///
-    /// @param count how many
-    /// @param directory the board
+    /// @param count the number of relays
+    /// @param directory the directory of the board
     explicit WatchedFiles(int count, const std::string& directory = "/sys/kernel/kr62")
         : board(directory), fds(static_cast<std::size_t>(count)) {
         allowDescriptors();
         writeFile(board + "/info_io", "relays " + std::to_string(count) + "\n");
         for (int relay = 1; relay <= count; ++relay) {
             writeFile(path(relay), "0000000000\n");
-            fds.at(place(relay)) = ::open(path(relay).c_str(), O_WRONLY | O_CLOEXEC);
+            fds.at(place(relay)).reset(::open(path(relay).c_str(), O_WRONLY | O_CLOEXEC));
         }
     }
-    ~WatchedFiles() {
-        for (const int fd : fds) {
-            ::close(fd);
-        }
-    }
-    WatchedFiles(const WatchedFiles&) = delete;
-    WatchedFiles& operator=(const WatchedFiles&) = delete;
 
     std::string path(int relay) const {
         return board + "/relays/" + std::to_string(relay) + "/value";
@@ -48,8 +42,8 @@ class WatchedFiles {
     void set(int relay, int value) const {
         std::array<char, 12> text{};
         const int length = std::snprintf(text.data(), text.size(), "%010d\n", value);
-        if (::pwrite(fds.at(place(relay)), text.data(), static_cast<std::size_t>(length), 0) !=
-            length) {
+        if (::pwrite(fds.at(place(relay)).get(), text.data(), static_cast<std::size_t>(length),
+                     0) != length) {
             throw std::runtime_error("cannot write the file of relay " + std::to_string(relay));
         }
     }
@@ -61,7 +55,7 @@ class WatchedFiles {
     }
 
  private:
-    /// A shell allows 1,024, and of those all the files may be open at a time.
+    /// Raises the limit of open files. A shell sets it to 1,024, and all files of a board are open.
     static void allowDescriptors() {
         constexpr rlim_t ENOUGH = 4096;
         rlimit limit{};
@@ -73,5 +67,5 @@ class WatchedFiles {
     static std::size_t place(int relay) { return static_cast<std::size_t>(relay) - 1; }
 
     std::string board;
-    std::vector<int> fds;
+    std::vector<FileDescriptor> fds;
 };

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
 
 #include "IomapFixture.h"
+#include "support/FileDescriptor.h"
 
 namespace {
 
@@ -36,21 +36,19 @@ class IomapStatusTest : public IomapFixture {
 /// A socket that takes one connection and drops it, as a bus that is only coming up.
 class DroppingSocket {
  public:
-    explicit DroppingSocket(const std::string& path) : fd(socket(AF_UNIX, SOCK_STREAM, 0)) {
+    explicit DroppingSocket(const std::string& path) {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-        EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-        EXPECT_EQ(listen(fd, 1), 0);
+        EXPECT_EQ(
+            bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+        EXPECT_EQ(listen(listener.get(), 1), 0);
     }
-    ~DroppingSocket() { close(fd); }
-    DroppingSocket(const DroppingSocket&) = delete;
-    DroppingSocket& operator=(const DroppingSocket&) = delete;
 
-    void dropOne() const { close(accept(fd, nullptr, nullptr)); }
+    void dropOne() const { const FileDescriptor taken(accept(listener.get(), nullptr, nullptr)); }
 
  private:
-    int fd;
+    FileDescriptor listener{socket(AF_UNIX, SOCK_STREAM, 0)};
 };
 
 TEST_F(IomapStatusTest, ARunningServiceIsStatus0WithItsRegistersByType) {

@@ -18,7 +18,7 @@ class IomapWriteTest : public IomapFixture {
         client->call("Read", "(10,)");
     }
 
-    /// The changes since the start, in order. A last one is made so that none is missed.
+    /// The changes since the start, in order. A last change is made so that none is missed.
     std::vector<BusClient::Change> changes() const {
         client->call("Write", "(13, 1)");
         EXPECT_TRUE(runUntil(

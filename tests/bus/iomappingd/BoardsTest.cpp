@@ -147,7 +147,7 @@ TEST_F(BoardsTest, ABoardThatIsPulledWhileWatchedDisturbsNoOther) {
     const BusClient client;
     client.call("Read", "(1,)");
     board.pull();
-    // The kernel's word that a watched file has gone is a change like any other.
+    // The kernel reports a watched file that has gone, which is served like a change.
     service.waitForLine("Error register-map");
     expander.relay(1).set(0);
     ASSERT_TRUE(client.waitForChanges(1));

@@ -6,10 +6,10 @@
 #include <random>
 #include <thread>
 
+#include "BlockingClient.h"
+#include "Build.h"
 #include "BusFixture.h"
 #include "ChangeListeners.h"
-#include "Connection.h"
-#include "Deadline.h"
 #include "Server.h"
 #include "WatchedFiles.h"
 
@@ -23,11 +23,11 @@ class ChangesTest : public BusFixture, public testing::WithParamInterface<int> {
  protected:
     static void SetUpTestSuite() { std::filesystem::remove_all("/sys/kernel"); }
 
-    static void write(const Connection& client, int address, int value) {
+    static void write(const BlockingClient& client, int address, int value) {
         client.call(Server::DBUS_SERVICE_NAME, "Write", g_variant_new("(ii)", address, value));
     }
 
-    /// What a file says, by the standard library's understanding.
+    /// The number in a file, as the standard library reads it.
     int valueIn(int relay) const {
         std::ifstream file(files.path(relay));
         int value = 0;
@@ -45,7 +45,7 @@ TEST_P(ChangesTest, EveryListenerHearsTheValueOfEveryChange) {
         files.set(relay, 100 + relay);
         ASSERT_TRUE(listeners.waitUntilAllHeard(relay, 100 + relay)) << "relay " << relay;
     }
-    const Connection client;
+    const BlockingClient client;
     write(client, 1, 1);
     ASSERT_TRUE(listeners.waitUntilAllHeard(1, 1));
     for (std::size_t i = 0; i < listeners.count(); ++i) {
@@ -62,7 +62,7 @@ TEST_P(ChangesTest, TheLastValueToldIsTheFilesWhoeverWritesAtTheSameTime) {
 
     const auto writer = [](int seed, const auto& writeOne) {
         std::mt19937 random(static_cast<unsigned>(seed));
-        // Few files, so that the writers are often at the same.
+        // There are few files, so that the writers often meet at one.
         std::uniform_int_distribution<int> relays(1, 8);
         std::uniform_int_distribution<int> values(0, 1'000'000);
         for (int i = 0; i < CHANGES_PER_WRITER; ++i) {
@@ -74,7 +74,7 @@ TEST_P(ChangesTest, TheLastValueToldIsTheFilesWhoeverWritesAtTheSameTime) {
     };
     std::atomic<bool> reading{true};
     std::thread reader([&reading] {
-        const Connection client;
+        const BlockingClient client;
         while (reading) {
             client.call(Server::DBUS_SERVICE_NAME, "Read", g_variant_new("(i)", 1));
         }
@@ -82,7 +82,7 @@ TEST_P(ChangesTest, TheLastValueToldIsTheFilesWhoeverWritesAtTheSameTime) {
     std::vector<std::thread> writers;
     for (int i = 0; i < 2; ++i) {
         writers.emplace_back([&, i] {
-            const Connection client;
+            const BlockingClient client;
             writer(i, [&client](int relay, int value) { write(client, relay, value % 2); });
         });
         writers.emplace_back([&, i] { writer(10 + i, intoEmptiedFile); });

@@ -7,21 +7,21 @@
 #include <filesystem>
 #include <thread>
 
+#include "Build.h"
 #include "BusFixture.h"
-#include "Deadline.h"
 #include "WatchedFiles.h"
 
 namespace {
 
 using testing::HasSubstr;
 
-constexpr const char* NAME = "org.mirel.IoMapping";
-// Two hundred are what the plain build is held to; the others are only slower.
+constexpr const char* NAME = BusClient::SERVICE;
+// The plain build must pass two hundred. The other builds are only slower.
 constexpr int REPETITIONS = EMULATED ? 20 : SANITIZED ? 50 : 200;
 constexpr const char* BAD_MAP = R"({"io_mapping": [{"address": 1, "size": 8, "count": 0}]})";
 
-/// How the daemon ends. What ends it, ends it with the same status every time, also while it is
-/// writing log lines and answering calls.
+/// How the daemon ends. Each cause leads to the same exit status every time, also while the daemon
+/// writes log lines and answers calls.
 class LifecycleTest : public BusFixture {
  protected:
     const std::string map = mapOf({R"({"address": 1, "size": 32, "count": 100})"});
@@ -50,13 +50,12 @@ class LifecycleTest : public BusFixture {
     static void flood(const BusClient& client, const char* method,
                       const MakeArguments& argumentsOf) {
         for (int address = 1; address <= 100; ++address) {
-            GDBusMessage* message = g_dbus_message_new_method_call(NAME, "/org/mirel/register",
-                                                                   "org.mirel.Register", method);
-            g_dbus_message_set_flags(message, G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
-            g_dbus_message_set_body(message, argumentsOf(address));
-            g_dbus_connection_send_message(client.connection(), message,
+            const ObjectOwner<GDBusMessage> message(g_dbus_message_new_method_call(
+                NAME, BusClient::PATH, BusClient::INTERFACE, method));
+            g_dbus_message_set_flags(message.get(), G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
+            g_dbus_message_set_body(message.get(), argumentsOf(address));
+            g_dbus_connection_send_message(client.connection(), message.get(),
                                            G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
-            g_object_unref(message);
         }
         g_dbus_connection_flush_sync(client.connection(), nullptr, nullptr);
     }

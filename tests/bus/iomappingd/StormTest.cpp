@@ -9,10 +9,10 @@
 #include <random>
 #include <thread>
 
+#include "BlockingClient.h"
 #include "Build.h"
 #include "BusFixture.h"
 #include "ChangeListeners.h"
-#include "Connection.h"
 #include "Deadline.h"
 #include "ProcessFigures.h"
 #include "Server.h"
@@ -20,14 +20,14 @@
 
 namespace {
 
-// With a sanitizer, only what the service announces is looked at, in a smaller storm.
+// A build with a sanitizer checks only what the service announces, in a smaller storm.
 constexpr int CHANGES = SANITIZED ? 10'000 : 100'000;
 constexpr int WRITERS = 2;
 constexpr int STORMY_FILES = 1000;
 /// Each of these changes once, in the midst of the storm.
 constexpr int QUIET_FILES = 300;
 constexpr int FILES = STORMY_FILES + QUIET_FILES;
-/// Changes when all others have.
+/// This file changes when all others have.
 constexpr int LAST_FILE = FILES;
 
 constexpr std::chrono::minutes STORM_PATIENCE{3};
@@ -44,11 +44,13 @@ double nearlyAll(std::vector<double> times) {
     return times.at(times.size() * 999 / 1000);
 }
 
-/// How long calls take while the storm rages.
-struct Calls {
+/// What is measured while the storm rages.
+struct StormFigures {
+    /// Milliseconds that each read of a register took.
     std::vector<double> reads;
-    /// Of the bus itself: what the machine takes for any call.
+    /// The same for calls of the bus itself: what the machine takes for any call.
     std::vector<double> bare;
+    /// Of the memory of the service, in kB.
     double growth{0};
 };
 
@@ -86,11 +88,11 @@ class StormTest : public BusFixture, public testing::WithParamInterface<int> {
     }
 
     /// Lets the storm rage and calls the service until all listeners know of the last change.
-    Calls rage(const Process& service, ChangeListeners& listeners) {
-        Calls calls;
-        const Connection client;
-        timedCall(client, calls);
-        calls = {};
+    StormFigures rage(const Process& service, ChangeListeners& listeners) {
+        StormFigures figures;
+        const BlockingClient client;
+        timedCall(client, figures);
+        figures = {};
         const double before = kilobytes(service.pid(), "status", "VmRSS:");
         std::vector<std::thread> writers;
         std::atomic<int> writing{WRITERS};
@@ -103,9 +105,9 @@ class StormTest : public BusFixture, public testing::WithParamInterface<int> {
         const Deadline deadline(STORM_PATIENCE);
         bool lastIsSet = false;
         while (!(lastIsSet && listeners.allHeard(LAST_FILE, 1)) && !deadline.passed()) {
-            timedCall(client, calls);
+            timedCall(client, figures);
             const double now = kilobytes(service.pid(), "status", "VmRSS:");
-            calls.growth = std::max(calls.growth, now - before);
+            figures.growth = std::max(figures.growth, now - before);
             if (!lastIsSet && writing == 0) {
                 // Somebody has to hear when the storm is over.
                 if (listeners.count() == 0) {
@@ -119,16 +121,16 @@ class StormTest : public BusFixture, public testing::WithParamInterface<int> {
         for (std::thread& writer : writers) {
             writer.join();
         }
-        return calls;
+        return figures;
     }
 
-    static void timedCall(const Connection& client, Calls& calls) {
+    static void timedCall(const BlockingClient& client, StormFigures& figures) {
         const auto start = std::chrono::steady_clock::now();
         client.call(Server::DBUS_SERVICE_NAME, "Read", g_variant_new("(i)", 7));
         const auto middle = std::chrono::steady_clock::now();
         client.callBus();
-        calls.reads.push_back(milliseconds(middle - start));
-        calls.bare.push_back(milliseconds(std::chrono::steady_clock::now() - middle));
+        figures.reads.push_back(milliseconds(middle - start));
+        figures.bare.push_back(milliseconds(std::chrono::steady_clock::now() - middle));
     }
 
     WatchedFiles files{FILES};
@@ -139,23 +141,23 @@ class StormTest : public BusFixture, public testing::WithParamInterface<int> {
 TEST_P(StormTest, EveryFilesLastValueIsToldReadsGoOnAndMemoryStays) {
     const Process& service = startService(mapOf({files.field()}));
     ChangeListeners listeners(CHANGE_LISTENER, GetParam());
-    const Calls calls = rage(service, listeners);
+    const StormFigures figures = rage(service, listeners);
     for (std::size_t i = 0; GetParam() > 0 && i < listeners.count(); ++i) {
         for (std::size_t relay = 1; relay <= FILES; ++relay) {
             EXPECT_EQ(listeners.heard(i).last.at(relay), truth.at(relay))
                 << "listener " << i << ", relay " << relay;
         }
     }
-    const double read = nearlyAll(calls.reads);
-    const double bare = nearlyAll(calls.bare);
-    std::cout << calls.reads.size() << " reads: all but 0.1 % within " << read
-              << " ms; calls of the bus itself: " << bare << " ms; growth " << calls.growth
+    const double read = nearlyAll(figures.reads);
+    const double bare = nearlyAll(figures.bare);
+    std::cout << figures.reads.size() << " reads: all but 0.1 % within " << read
+              << " ms; calls of the bus itself: " << bare << " ms; growth " << figures.growth
               << " kB\n";
     if (!SANITIZED) {
         // The machine has a dozen other processes to run, which hold up any call. On its way to the
         // service and back, a read waits for its turn three times as often as one of the bus.
         EXPECT_LE(read - 3 * bare, LONGEST_READ);
-        EXPECT_LE(calls.growth, LARGEST_GROWTH);
+        EXPECT_LE(figures.growth, LARGEST_GROWTH);
     }
 }
 

@@ -2,15 +2,16 @@
 #include <gmock/gmock.h>
 
 #include "BusFixture.h"
+#include "Outcome.h"
 
 namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr const char* SERVICE = "org.mirel.IoMapping";
-constexpr const char* PATH = "/org/mirel/register";
-constexpr const char* INTERFACE = "org.mirel.Register";
+constexpr const char* SERVICE = BusClient::SERVICE;
+constexpr const char* PATH = BusClient::PATH;
+constexpr const char* INTERFACE = BusClient::INTERFACE;
 
 /// The service as the tools of the distribution see it.
 class ToolsTest : public BusFixture {
@@ -22,10 +23,9 @@ class ToolsTest : public BusFixture {
 
     /// What a tool prints; its errors behind its output.
     static std::string run(const std::vector<std::string>& command) {
-        Process process(command);
-        const int status = process.waitForExit();
-        return process.standardOutput() + process.standardError() +
-               (status == 0 ? "" : "status " + std::to_string(status));
+        const Outcome outcome = outcomeOf(command);
+        return outcome.output + outcome.errors +
+               (outcome.status == 0 ? "" : "status " + std::to_string(outcome.status));
     }
 
     static std::string busctl(const std::vector<std::string>& arguments) {

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include <gmock/gmock.h>
+#include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <memory>
 
 #include "BusFixture.h"
 #include "Deadline.h"
 #include "IoMapping.h"
+#include "ProcessFigures.h"
 
 namespace {
 
@@ -16,7 +16,7 @@ class IoMappingLifetimeTest : public BusFixture {
  protected:
     void serve() { startService(mapOf({R"({"address": 1, "size": 32, "count": 10})"})); }
 
-    /// Everything of GLib's main context that an application may use still works.
+    /// Expects that GLib's main context still serves an application.
     static void expectWorkingMainContext() {
         IoMapping io;
         int received = 0;
@@ -28,33 +28,14 @@ class IoMappingLifetimeTest : public BusFixture {
         }
         EXPECT_EQ(received, 42);
 
-        GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
+        const MainLoopOwner loop(g_main_loop_new(nullptr, FALSE));
         g_idle_add(
             [](gpointer running) -> gboolean {
                 g_main_loop_quit(static_cast<GMainLoop*>(running));
                 return G_SOURCE_REMOVE;
             },
-            loop);
-        g_main_loop_run(loop);
-        g_main_loop_unref(loop);
-    }
-
-    static std::size_t openDescriptors() {
-        const std::filesystem::directory_iterator entries("/proc/self/fd");
-        return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
-    }
-
-    /// The resident memory of this process in KiB.
-    static long residentMemory() {
-        std::ifstream status("/proc/self/status");
-        for (std::string key; status >> key;) {
-            if (key == "VmRSS:") {
-                long kibibytes = 0;
-                status >> kibibytes;
-                return kibibytes;
-            }
-        }
-        return -1;
+            loop.get());
+        g_main_loop_run(loop.get());
     }
 };
 
@@ -91,17 +72,17 @@ TEST_F(IoMappingLifetimeTest, AnObjectLeavesNoDescriptorBehindAlsoAfterALiveness
     };
     live();
     ASSERT_TRUE(runUntil([] { return g_main_context_pending(nullptr) == FALSE; }));
-    const std::size_t before = openDescriptors();
+    const auto before = openDescriptors(getpid());
     for (int i = 0; i < 20; ++i) {
         live();
     }
-    EXPECT_TRUE(runUntil([before] { return openDescriptors() <= before; }));
+    EXPECT_TRUE(runUntil([before] { return openDescriptors(getpid()) <= before; }));
 }
 
 TEST_F(IoMappingLifetimeTest, AClientThatNeverRunsDoesNotGrowWithTheChangesItIgnores) {
     // The sanitizers keep freed memory: with them the path is only exercised, not measured.
     constexpr int CHANGES = SANITIZED || EMULATED ? 20'000 : 1'000'000;
-    constexpr long LIMIT_KIB = SANITIZED ? 1'000'000 : 1024;
+    constexpr double LIMIT_KIB = SANITIZED ? 1'000'000 : 1024;
     constexpr int BURST = 1000;
     const Process storm({CHANGE_STORM});
     BusClient().waitForService();
@@ -112,9 +93,9 @@ TEST_F(IoMappingLifetimeTest, AClientThatNeverRunsDoesNotGrowWithTheChangesItIgn
         }
     };
     cause(10 * BURST);
-    const long before = residentMemory();
+    const double before = kilobytes(getpid(), "status", "VmRSS:");
     cause(CHANGES);
-    const long growth = residentMemory() - before;
+    const double growth = kilobytes(getpid(), "status", "VmRSS:") - before;
     std::cout << CHANGES << " changes, growth " << growth << " KiB\n";
     EXPECT_LT(growth, LIMIT_KIB);
 

@@ -316,8 +316,8 @@ TEST_F(IoMappingTest, SignalsOfOthersAreNotTaken) {
     Changes changes;
     io.enableNotifications(1, into(changes));
     const BusClient stranger;
-    g_dbus_connection_emit_signal(stranger.connection(), nullptr, "/org/mirel/register",
-                                  "org.mirel.Register", "OnValueChange",
+    g_dbus_connection_emit_signal(stranger.connection(), nullptr, BusClient::PATH,
+                                  BusClient::INTERFACE, "OnValueChange",
                                   g_variant_new("(ii)", 1, 666), nullptr);
     g_dbus_connection_flush_sync(stranger.connection(), nullptr, nullptr);
     io.writeValue(1, 3);

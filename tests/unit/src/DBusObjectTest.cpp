@@ -19,6 +19,7 @@
 #include "Deadline.h"
 #include "LoggerNames.h"
 #include "PeerConnection.h"
+#include "support/GLibOwners.h"
 #include "tesk/Exceptions.h"
 
 namespace {
@@ -145,15 +146,15 @@ class DBusObjectTest : public testing::Test {
     ///
     /// @return its serial
     guint32 send(const char* method, GVariant* parameters, GDBusMessageFlags flags) const {
-        GDBusMessage* message = g_dbus_message_new_method_call(nullptr, PATH, INTERFACE, method);
-        g_dbus_message_set_flags(message, flags);
+        const ObjectOwner<GDBusMessage> message(
+            g_dbus_message_new_method_call(nullptr, PATH, INTERFACE, method));
+        g_dbus_message_set_flags(message.get(), flags);
         if (parameters != nullptr) {
-            g_dbus_message_set_body(message, parameters);
+            g_dbus_message_set_body(message.get(), parameters);
         }
         volatile guint32 serial = 0;
         EXPECT_TRUE(g_dbus_connection_send_message(
-            peer.client(), message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, &serial, nullptr));
-        g_object_unref(message);
+            peer.client(), message.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, &serial, nullptr));
         return serial;
     }
 

@@ -175,10 +175,9 @@ TEST_F(RegisterRequestsTest, RepliesHaveTheirDocumentedTypes) {
         ASSERT_TRUE(answer.reply) << answer.text();
         EXPECT_EQ(g_variant_get_type_string(answer.reply.get()), row[2]);
         if (row[2] == "(v)") {
-            GVariant* list = nullptr;
-            g_variant_get(answer.reply.get(), "(v)", &list);
-            EXPECT_STREQ(g_variant_get_type_string(list), "ai");
-            g_variant_unref(list);
+            const VariantOwner box(g_variant_get_child_value(answer.reply.get(), 0));
+            const VariantOwner list(g_variant_get_variant(box.get()));
+            EXPECT_STREQ(g_variant_get_type_string(list.get()), "ai");
         }
     }
 }

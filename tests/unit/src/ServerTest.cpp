@@ -37,34 +37,30 @@ constexpr const char* NAME = "org.mirel.IoMapping";
 /// A main context that nobody runs: what is begun in it stays without consequence until the end.
 class IdleContext {
  public:
-    IdleContext() : context(g_main_context_new()) {}
-    ~IdleContext() { g_main_context_unref(context); }
-    IdleContext(const IdleContext&) = delete;
-    IdleContext& operator=(const IdleContext&) = delete;
-
     template <typename Function>
     auto begin(const Function& function) {
-        g_main_context_push_thread_default(context);
+        g_main_context_push_thread_default(context.get());
         auto result = function();
-        g_main_context_pop_thread_default(context);
+        g_main_context_pop_thread_default(context.get());
         return result;
     }
 
     /// Waits for what was begun and lets it finish.
     void finish() {
-        GSource* limit = g_timeout_source_new_seconds(static_cast<guint>(PATIENCE.count()));
+        const std::unique_ptr<GSource, GLibRelease<GSource, g_source_unref>> limit(
+            g_timeout_source_new_seconds(static_cast<guint>(PATIENCE.count())));
         g_source_set_callback(
-            limit, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr, nullptr);
-        g_source_attach(limit, context);
-        g_main_context_iteration(context, TRUE);
-        while (g_main_context_iteration(context, FALSE) != FALSE) {
+            limit.get(), [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr, nullptr);
+        g_source_attach(limit.get(), context.get());
+        g_main_context_iteration(context.get(), TRUE);
+        while (g_main_context_iteration(context.get(), FALSE) != FALSE) {
         }
-        g_source_destroy(limit);
-        g_source_unref(limit);
+        g_source_destroy(limit.get());
     }
 
  private:
-    GMainContext* context;
+    std::unique_ptr<GMainContext, GLibRelease<GMainContext, g_main_context_unref>> context{
+        g_main_context_new()};
 };
 
 /// Prints log lines as "priority logger: text" for the parent of a death test to see, which knows
