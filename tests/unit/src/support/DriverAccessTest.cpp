@@ -22,11 +22,11 @@ TEST_F(DriverAccessTest, TheDriverIsAskedForTheTypeOfTheRegister) {
     EXPECT_THAT(driver.calls(), ElementsAre("isValueValid(relay, 1)"));
 }
 
-TEST_F(DriverAccessTest, ARefusedValueIsNamedAsUnsigned) {
+TEST_F(DriverAccessTest, ARefusedValueIsNamedWithItsAddress) {
     driver.accept = [](RegisterType, int) { return false; };
-    EXPECT_THAT([this] { DriverAccess::requireValidValue(driver, reg, -1); },
-                ThrowsMessage<tesk::InvalidArgumentsException>(
-                    "value 4294967295 is invalid for address 12"));
+    EXPECT_THAT(
+        [this] { DriverAccess::requireValidValue(driver, reg, 2); },
+        ThrowsMessage<tesk::InvalidArgumentsException>("value 2 is invalid for address 12"));
 }
 
 TEST_F(DriverAccessTest, AnExceptionOfTheDriverPassesOut) {
