@@ -6,6 +6,7 @@
 #include "support/BoardTable.h"
 #include "support/DriverRefusal.h"
 #include "support/Log.h"
+#include "support/StartOrder.h"
 #include "support/ValueFile.h"
 #include "tesk/Exceptions.h"
 
@@ -72,10 +73,12 @@ constexpr Rows ROWS{
 
 }  // namespace
 
-const std::string KR62Driver::KR62_BASE_PATH = "/sys/kernel/kr62";
+const std::string KR62Driver::KR62_BASE_PATH [[gnu::init_priority(StartOrder::CONSTANTS)]] =
+    "/sys/kernel/kr62";
 
-const std::array<std::string, 7> KR62Driver::LED_COLORS{"red",    "green", "yellow", "blue",
-                                                        "purple", "cyan",  "white"};
+const std::array<std::string, 7> KR62Driver::LED_COLORS
+    [[gnu::init_priority(StartOrder::CONSTANTS)]]{"red",    "green", "yellow", "blue",
+                                                  "purple", "cyan",  "white"};
 
 KR62Driver::KR62Driver()
     : DriverInterface(KR62, -1), basePath(KR62_BASE_PATH), infoIo(INFO_FILE(KR62_BASE_PATH)) {}

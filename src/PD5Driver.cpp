@@ -6,6 +6,7 @@
 #include "support/BoardTable.h"
 #include "support/DriverRefusal.h"
 #include "support/Log.h"
+#include "support/StartOrder.h"
 #include "support/ValueFile.h"
 
 namespace {
@@ -32,7 +33,8 @@ constexpr Rows ROWS{
 
 }  // namespace
 
-const std::string PD5Driver::PD5_BASE_PATH = "/sys/kernel/pd5";
+const std::string PD5Driver::PD5_BASE_PATH [[gnu::init_priority(StartOrder::CONSTANTS)]] =
+    "/sys/kernel/pd5";
 
 PD5Driver::PD5Driver(int index)
     : DriverInterface(PD5, index),
