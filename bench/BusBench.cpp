@@ -19,16 +19,15 @@
 #include <vector>
 
 #include "BlockingClient.h"
+#include "BusContract.h"
 #include "Comparison.h"
 #include "Deadline.h"
 #include "Layout.h"
 #include "MapText.h"
 #include "PrivateBus.h"
 #include "ProcessFigures.h"
-#include "RegisterMap.h"
 #include "RunBench.h"
 #include "RunningService.h"
-#include "Server.h"
 #include "TemporaryDirectory.h"
 #include "support/FileDescriptor.h"
 #include "support/GLibOwners.h"
@@ -102,7 +101,7 @@ constexpr std::array<Scenario, 10> SCENARIOS{{
 }};
 
 std::vector<std::string> bareCommand(const char* name) {
-    return {BARE_PROGRAM, name, RegisterMap::DBUS_INTROSPECTION_XML, RegisterMap::DBUS_OBJECT_NAME,
+    return {BARE_PROGRAM, name, BusContract::INTROSPECTION_XML, BusContract::OBJECT_PATH,
             VALUE_FILE};
 }
 
@@ -169,7 +168,7 @@ class BusBench {
         const RunningService again(watcher.connection(), SECOND_BARE_NAME,
                                    bareCommand(SECOND_BARE_NAME));
         const RunningService silent(watcher.connection(), SILENT_BARE_NAME, silentCommand());
-        const RunningService service(watcher.connection(), Server::DBUS_SERVICE_NAME,
+        const RunningService service(watcher.connection(), BusContract::SERVICE_NAME,
                                      serviceCommand(fewFields.mapFile));
         measureScenario(READ, bare, again, control);
         for (std::size_t i = 0; i < SCENARIOS.size(); ++i) {
@@ -230,7 +229,7 @@ class BusBench {
         map.time.measure(
             1, [&] { return startTime(bare, BARE_NAME, bareCommand(BARE_NAME)); },
             [&] {
-                return startTime(service, Server::DBUS_SERVICE_NAME, serviceCommand(map.mapFile));
+                return startTime(service, BusContract::SERVICE_NAME, serviceCommand(map.mapFile));
             });
         map.cpuTime.measure(
             1, [&] { return bare->cpuTime(); }, [&] { return service->cpuTime(); });

@@ -4,6 +4,7 @@
 // and prints a table. The exit status tells only whether everything ran.
 
 #include "BlockingClient.h"
+#include "BusContract.h"
 #include "Comparison.h"
 #include "Deadline.h"
 #include "IoMapping.h"
@@ -12,7 +13,6 @@
 #include "PrivateBus.h"
 #include "RunBench.h"
 #include "RunningService.h"
-#include "Server.h"
 #include "Subscription.h"
 #include "TemporaryDirectory.h"
 
@@ -38,7 +38,7 @@ class ClientBench {
 
     void run() {
         for (int round = 0; round < ROUNDS; ++round) {
-            const RunningService service(watcher.connection(), Server::DBUS_SERVICE_NAME,
+            const RunningService service(watcher.connection(), BusContract::SERVICE_NAME,
                                          {SERVICE_PROGRAM, "--map", map});
             IoMapping io;
             const BlockingClient bare;
@@ -63,7 +63,7 @@ class ClientBench {
             [&] {
                 return batch([&] {
                     gint32 value = 0;
-                    const VariantOwner reply = bare.call(Server::DBUS_SERVICE_NAME, "Read",
+                    const VariantOwner reply = bare.call(BusContract::SERVICE_NAME, "Read",
                                                          g_variant_new("(i)", VIRTUAL_FIRST));
                     g_variant_get(reply.get(), "(i)", &value);
                 });
@@ -77,7 +77,7 @@ class ClientBench {
             [&] {
                 return batch([&] {
                     const VariantOwner reply = bare.call(
-                        Server::DBUS_SERVICE_NAME, "ReadList",
+                        BusContract::SERVICE_NAME, "ReadList",
                         g_variant_new(
                             "(v)", g_variant_new_fixed_array(G_VARIANT_TYPE_INT32, addresses.data(),
                                                              addresses.size(), sizeof(gint32))));
@@ -90,7 +90,7 @@ class ClientBench {
     void measureNotification(IoMapping& io) {
         const BlockingClient writer;
         const auto write = [&writer](int value) {
-            writer.call(Server::DBUS_SERVICE_NAME, "Write",
+            writer.call(BusContract::SERVICE_NAME, "Write",
                         g_variant_new("(ii)", VIRTUAL_FIRST, value));
         };
         int written = 0;
@@ -98,7 +98,7 @@ class ClientBench {
             PAIRS,
             [&] {
                 const BlockingClient listener;
-                const Subscription changes(listener, Server::DBUS_SERVICE_NAME.c_str());
+                const Subscription changes(listener, BusContract::SERVICE_NAME);
                 return batch([&] {
                     write(++written % 2 + 1);
                     changes.waitFor(written % 2 + 1);

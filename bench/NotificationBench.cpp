@@ -14,14 +14,13 @@
 #include <vector>
 
 #include "BlockingClient.h"
+#include "BusContract.h"
 #include "ChangeListeners.h"
 #include "Comparison.h"
 #include "Deadline.h"
 #include "PrivateBus.h"
-#include "RegisterMap.h"
 #include "RunBench.h"
 #include "RunningService.h"
-#include "Server.h"
 #include "Subscription.h"
 #include "TemporaryDirectory.h"
 #include "WatchedFiles.h"
@@ -53,12 +52,12 @@ class NotificationBench {
  public:
     void run() {
         for (int round = 0; round < ROUNDS; ++round) {
-            const RunningService service(watcher.connection(), Server::DBUS_SERVICE_NAME,
+            const RunningService service(watcher.connection(), BusContract::SERVICE_NAME,
                                          {SERVICE_PROGRAM, "--map", map});
             const RunningService bareProgram(
                 watcher.connection(), BARE_NAME,
-                {BARE_PROGRAM, BARE_NAME, RegisterMap::DBUS_OBJECT_NAME, BusClient::INTERFACE,
-                 bareBoard, std::to_string(FILES)});
+                {BARE_PROGRAM, BARE_NAME, BusContract::OBJECT_PATH, BusClient::INTERFACE, bareBoard,
+                 std::to_string(FILES)});
             const Side bare{bareFiles, bareProgram};
             const Side ours{serviceFiles, service};
             measureLatency(bare, ours);

@@ -8,7 +8,7 @@
 
 #include "BusClient.h"
 #include "BusConnection.h"
-#include "RegisterMap.h"
+#include "BusContract.h"
 #include "support/GLibOwners.h"
 
 /// A client of register services, bare GDBus, on a connection of its own. Each call blocks its
@@ -26,8 +26,7 @@ class BlockingClient {
     ///
     /// @throws std::runtime_error the call failed
     VariantOwner call(const std::string& service, const char* method, GVariant* arguments) const {
-        return call(service, RegisterMap::DBUS_OBJECT_NAME.c_str(), BusClient::INTERFACE, method,
-                    arguments);
+        return call(service, BusContract::OBJECT_PATH, BusClient::INTERFACE, method, arguments);
     }
 
     /// Calls the bus itself and waits for its answer, which comes after all that was sent before.

@@ -6,8 +6,7 @@
 
 #include <cstdlib>
 
-#include "RegisterMap.h"
-#include "Server.h"
+#include "BusContract.h"
 #include "support/GLibOwners.h"
 
 namespace {
@@ -28,14 +27,13 @@ void onCall(GDBusConnection* connection, const gchar* /*sender*/, const gchar* p
 }  // namespace
 
 int main() {
-    const NodeInfoOwner node(
-        g_dbus_node_info_new_for_xml(RegisterMap::DBUS_INTROSPECTION_XML.c_str(), nullptr));
+    const NodeInfoOwner node(g_dbus_node_info_new_for_xml(BusContract::INTROSPECTION_XML, nullptr));
     g_bus_own_name(
-        G_BUS_TYPE_SYSTEM, Server::DBUS_SERVICE_NAME.c_str(), G_BUS_NAME_OWNER_FLAGS_NONE,
+        G_BUS_TYPE_SYSTEM, BusContract::SERVICE_NAME, G_BUS_NAME_OWNER_FLAGS_NONE,
         [](GDBusConnection* connection, const gchar* /*name*/, gpointer description) {
             static const GDBusInterfaceVTable calls{onCall, nullptr, nullptr, {}};
             g_dbus_connection_register_object(
-                connection, RegisterMap::DBUS_OBJECT_NAME.c_str(),
+                connection, BusContract::OBJECT_PATH,
                 static_cast<GDBusNodeInfo*>(description)->interfaces[0], &calls, nullptr, nullptr,
                 nullptr);
         },

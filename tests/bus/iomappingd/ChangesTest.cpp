@@ -8,9 +8,9 @@
 
 #include "BlockingClient.h"
 #include "Build.h"
+#include "BusContract.h"
 #include "BusFixture.h"
 #include "ChangeListeners.h"
-#include "Server.h"
 #include "WatchedFiles.h"
 
 namespace {
@@ -24,7 +24,7 @@ class ChangesTest : public BusFixture, public testing::WithParamInterface<int> {
     static void SetUpTestSuite() { std::filesystem::remove_all("/sys/kernel"); }
 
     static void write(const BlockingClient& client, int address, int value) {
-        client.call(Server::DBUS_SERVICE_NAME, "Write", g_variant_new("(ii)", address, value));
+        client.call(BusContract::SERVICE_NAME, "Write", g_variant_new("(ii)", address, value));
     }
 
     /// The number in a file, as the standard library reads it.
@@ -76,7 +76,7 @@ TEST_P(ChangesTest, TheLastValueToldIsTheFilesWhoeverWritesAtTheSameTime) {
     std::thread reader([&reading] {
         const BlockingClient client;
         while (reading) {
-            client.call(Server::DBUS_SERVICE_NAME, "Read", g_variant_new("(i)", 1));
+            client.call(BusContract::SERVICE_NAME, "Read", g_variant_new("(i)", 1));
         }
     });
     std::vector<std::thread> writers;

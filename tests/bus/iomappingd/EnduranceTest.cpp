@@ -5,10 +5,10 @@
 
 #include "BlockingClient.h"
 #include "Build.h"
+#include "BusContract.h"
 #include "BusFixture.h"
 #include "ChangeListeners.h"
 #include "ProcessFigures.h"
-#include "Server.h"
 #include "WatchedFiles.h"
 
 namespace {
@@ -27,8 +27,8 @@ class EnduranceTest : public BusFixture {
     /// What happens on a device in a second: an input changes, somebody reads, somebody writes.
     void second(const BlockingClient& client, int number) {
         files.set(1 + number % FILES, number);
-        client.call(Server::DBUS_SERVICE_NAME, "Read", g_variant_new("(i)", 1 + number % FILES));
-        client.call(Server::DBUS_SERVICE_NAME, "Write", g_variant_new("(ii)", VIRTUAL, number));
+        client.call(BusContract::SERVICE_NAME, "Read", g_variant_new("(i)", 1 + number % FILES));
+        client.call(BusContract::SERVICE_NAME, "Write", g_variant_new("(ii)", VIRTUAL, number));
     }
 
     WatchedFiles files{FILES};

@@ -11,11 +11,11 @@
 
 #include "BlockingClient.h"
 #include "Build.h"
+#include "BusContract.h"
 #include "BusFixture.h"
 #include "ChangeListeners.h"
 #include "Deadline.h"
 #include "ProcessFigures.h"
-#include "Server.h"
 #include "WatchedFiles.h"
 
 namespace {
@@ -126,7 +126,7 @@ class StormTest : public BusFixture, public testing::WithParamInterface<int> {
 
     static void timedCall(const BlockingClient& client, StormFigures& figures) {
         const auto start = std::chrono::steady_clock::now();
-        client.call(Server::DBUS_SERVICE_NAME, "Read", g_variant_new("(i)", 7));
+        client.call(BusContract::SERVICE_NAME, "Read", g_variant_new("(i)", 7));
         const auto middle = std::chrono::steady_clock::now();
         client.callBus();
         figures.reads.push_back(milliseconds(middle - start));
