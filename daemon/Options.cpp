@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "Options.h"
 
-#include <Poco/Exception.h>
-#include <Poco/Logger.h>
 #include <glib.h>
 
 #include <array>
@@ -11,26 +9,14 @@
 #include <memory>
 
 #include "Version.h"
-#include "program/ExitStatus.h"
+#include "program/LogOutput.h"
+#include "program/UsageError.h"
 #include "support/GLibOwners.h"
 
 namespace {
 
 using ContextOwner =
     std::unique_ptr<GOptionContext, GLibRelease<GOptionContext, g_option_context_free>>;
-
-[[noreturn]] void refuse(const std::string& reason) {
-    std::cerr << "iomappingd: " << reason << "; see iomappingd --help\n";
-    std::exit(EXIT_USAGE);
-}
-
-int parseLevel(const std::string& level) {
-    try {
-        return Poco::Logger::parseLevel(level);
-    } catch (const Poco::Exception&) {
-        refuse("unknown log level '" + level + "'");
-    }
-}
 
 }  // namespace
 
@@ -58,19 +44,19 @@ Options readOptions(int argc, char** argv) {
     const StringOwner levelOwner(level);
     if (!understood) {
         const ErrorOwner errorOwner(error);
-        refuse(error->message);
+        throw UsageError(error->message);
     }
     if (argc > 1) {
-        refuse(std::string("unexpected argument '") + argv[1] + "'");
+        throw UsageError(std::string("unexpected argument '") + argv[1] + "'");
     }
     if (version != FALSE) {
-        std::cout << "iomappingd " << IO_MAPPING_VERSION << '\n';
+        std::cout << versionLine("iomappingd") << '\n';
         std::exit(EXIT_SUCCESS);
     }
     Options options;
     if (map != nullptr) {
         options.mapFile = map;
     }
-    options.logLevel = parseLevel(level != nullptr ? level : "notice");
+    options.logLevel = parseLogLevel(level != nullptr ? level : "notice");
     return options;
 }

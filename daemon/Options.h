@@ -10,6 +10,7 @@ struct Options {
     int logLevel{};
 };
 
-/// Reads the command line. `--help` and `--version` print and end the process with status 0; what
-/// cannot be understood is told on standard error in one line and ends it with status 2.
+/// Reads the command line. `--help` and `--version` print and end the process with EXIT_SUCCESS.
+///
+/// @throws UsageError the command line cannot be understood
 Options readOptions(int argc, char** argv);

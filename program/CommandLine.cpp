@@ -1,25 +1,19 @@
 // SPDX-License-Identifier: MIT
 #include "CommandLine.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <iostream>
 
-#include "ExitStatus.h"
+#include "Report.h"
 #include "UsageError.h"
 
 namespace {
 
-/// Says what is wrong, on one line, whatever the text quotes.
-int report(const CLI::App& app, std::string text, int status) {
-    std::cout.flush();
-    std::replace(text.begin(), text.end(), '\n', ' ');
-    std::cerr << app.get_name() << ": " << text << '\n';
-    return status;
-}
-
-int refuse(const CLI::App& app, const std::string& reason) {
-    return report(app, reason + "; see " + app.get_name() + " --help", EXIT_USAGE);
+void parse(CLI::App& app, int argc, char** argv) {
+    app.parse(argc, argv);
+    if (app.get_require_subcommand_max() > 0 && app.get_subcommands().empty()) {
+        throw UsageError("a subcommand is missing");
+    }
 }
 
 }  // namespace
@@ -28,18 +22,18 @@ int runProgram(CLI::App& app, int argc, char** argv,
                std::string (*reasonOf)(const std::exception& error)) {
     int status = EXIT_SUCCESS;
     try {
-        app.parse(argc, argv);
+        parse(app, argc, argv);
     } catch (const CLI::Success& e) {
         status = app.exit(e);
     } catch (const CLI::ParseError& e) {
-        status = refuse(app, e.what());
+        status = reportUsageError(app.get_name(), e.what());
     } catch (const UsageError& e) {
-        status = refuse(app, e.what());
+        status = reportUsageError(app.get_name(), e.what());
     } catch (const std::exception& e) {
-        status = report(app, reasonOf(e), EXIT_FAILURE);
+        status = report(app.get_name(), reasonOf(e), EXIT_FAILURE);
     }
     std::cout.flush();
     return status != EXIT_SUCCESS || std::cout.good()
                ? status
-               : report(app, "cannot write to standard output", EXIT_FAILURE);
+               : report(app.get_name(), "cannot write to standard output", EXIT_FAILURE);
 }

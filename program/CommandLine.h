@@ -1,15 +1,18 @@
 // SPDX-License-Identifier: MIT
+/// @file
 #pragma once
 
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <string>
 
-/// Parses the command line, which does the work, and says what went wrong on one line of standard
-/// error. For all command-line programs of the project, under the name that the app has.
+/// Runs a program whose command line CLI11 reads: parses the line, which does the work, and reports
+/// a failure on one line of standard error under the name of the app.
 ///
-/// @param reasonOf gives the words for what the work has thrown.
-/// @return the exit status: 0, or 1 if the work or the output failed, or 2 if the command line
-///          cannot be understood.
+/// An app that takes a subcommand (`app.require_subcommand(0, 1)`) is refused a line without one.
+///
+/// @param reasonOf gives the words for an exception that the work has thrown
+/// @return the exit status: EXIT_SUCCESS; EXIT_FAILURE if the work or the output failed; EXIT_USAGE
+///         if the command line cannot be understood
 int runProgram(CLI::App& app, int argc, char** argv,
                std::string (*reasonOf)(const std::exception& error));

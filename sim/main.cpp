@@ -6,7 +6,7 @@
 
 int main(int argc, char** argv) {
     CLI::App app("Makes and animates the files of a simulated device.", "iomap-sim");
-    app.set_version_flag("--version", std::string("iomap-sim ") + IO_MAPPING_VERSION);
+    app.set_version_flag("--version", versionLine(app.get_name()));
     app.require_subcommand(0, 1);
     app.fallthrough();
     const auto options = std::make_shared<SimOptions>();
@@ -26,10 +26,8 @@ int main(int argc, char** argv) {
         "  iomap-sim make kr62 pd5-1 pd5-2\n"
         "  iomap-sim press 1\n");
     app.parse_complete_callback([&app, root] {
-        if (app.get_subcommands().empty()) {
-            throw UsageError("a subcommand is missing");
-        }
-        if (root->empty()) {
+        // A line without a subcommand has another fault, which is told in its place.
+        if (root->empty() && !app.get_subcommands().empty()) {
             throw UsageError("no device: name its directory with --root or IOMAP_SIM_ROOT");
         }
     });

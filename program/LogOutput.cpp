@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+#include "LogOutput.h"
+
+#include <Poco/AutoPtr.h>
+#include <Poco/Exception.h>
+#include <Poco/FormattingChannel.h>
+#include <Poco/Logger.h>
+#include <Poco/PatternFormatter.h>
+
+#include <cstdlib>
+
+#include "StandardErrorChannel.h"
+#include "UsageError.h"
+
+namespace {
+
+/// The journal keeps time and source itself and takes the priority from a prefix.
+constexpr const char* JOURNAL_LINE = "<%l>%s: %t";
+constexpr const char* TERMINAL_LINE = "%Y-%m-%d %H:%M:%S.%i %p %s: %t";
+
+}  // namespace
+
+int parseLogLevel(const std::string& level) {
+    try {
+        return Poco::Logger::parseLevel(level);
+    } catch (const Poco::Exception&) {
+        throw UsageError("unknown log level '" + level + "'");
+    }
+}
+
+void openLog(int level) {
+    const bool journal = std::getenv("JOURNAL_STREAM") != nullptr;
+    const Poco::AutoPtr<Poco::PatternFormatter> formatter(
+        new Poco::PatternFormatter(journal ? JOURNAL_LINE : TERMINAL_LINE));
+    const Poco::AutoPtr<StandardErrorChannel> output(new StandardErrorChannel);
+    Poco::Logger::root().setChannel(
+        Poco::AutoPtr<Poco::FormattingChannel>(new Poco::FormattingChannel(formatter, output)));
+    Poco::Logger::root().setLevel(level);
+}

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#include "program/Signals.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+
+namespace {
+
+using testing::ExitedWithCode;
+using testing::KilledBySignal;
+
+TEST(SignalsTest, SigtermAndSigintEndTheProcessWithSuccess) {
+    for (const int signal : {SIGTERM, SIGINT}) {
+        EXPECT_EXIT(
+            {
+                endOnSignals();
+                std::raise(signal);
+            },
+            ExitedWithCode(0), "");
+    }
+}
+
+TEST(SignalsTest, NoExitHandlerRuns) {
+    EXPECT_EXIT(
+        {
+            std::atexit([] { std::_Exit(EXIT_FAILURE); });
+            endOnSignals();
+            std::raise(SIGTERM);
+        },
+        ExitedWithCode(0), "");
+}
+
+TEST(SignalsTest, OtherSignalsKeepTheirEffect) {
+    EXPECT_EXIT(
+        {
+            endOnSignals();
+            std::raise(SIGHUP);
+        },
+        KilledBySignal(SIGHUP), "");
+}
+
+}  // namespace
