@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "Arguments.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <optional>
 
@@ -31,6 +33,18 @@ std::optional<std::int64_t> parseNumber(const std::string& text, std::int64_t lo
 
 std::optional<std::int64_t> parseAddress(const std::string& text) {
     return parseNumber(text, 0, INT_LIMIT);
+}
+
+RegisterType parseType(const std::string& name) {
+    try {
+        return getTypeFromName(name);
+    } catch (const tesk::NotFoundException&) {
+        std::string known;
+        for (const std::string& type : typeNames()) {
+            known += (known.empty() ? "" : ", ") + type;
+        }
+        throw UsageError("no register type '" + name + "'; the types are " + known);
+    }
 }
 
 }  // namespace
@@ -68,16 +82,10 @@ Assignment parseAssignment(const std::string& text) {
     return {static_cast<int>(*address), static_cast<int>(*value)};
 }
 
-RegisterType parseType(const std::string& name) {
-    try {
-        return getTypeFromName(name);
-    } catch (const tesk::NotFoundException&) {
-        std::string known;
-        for (const std::string& type : typeNames()) {
-            known += (known.empty() ? "" : ", ") + type;
-        }
-        throw UsageError("no register type '" + name + "'; the types are " + known);
-    }
+std::vector<RegisterType> parseTypes(const std::vector<std::string>& names) {
+    std::vector<RegisterType> types;
+    std::transform(names.begin(), names.end(), std::back_inserter(types), parseType);
+    return types;
 }
 
 std::vector<std::string> typeNames() {

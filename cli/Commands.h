@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
+/// @file
+/// Each function adds one subcommand to the command line. A subcommand does its work while the line
+/// is parsed. It throws Failure, UsageError, or what the class IoMapping throws.
 #pragma once
 
 #include <CLI/CLI.hpp>
-
-/// Each adds one subcommand to the command line. The subcommand does its work while the line is
-/// parsed; it throws Failure, UsageError, or what the client class throws.
 
 void addListCommand(CLI::App& app);
 void addReadCommand(CLI::App& app);

@@ -6,7 +6,7 @@
 
 #include "Arguments.h"
 #include "Commands.h"
-#include "client/Registers.h"
+#include "Output.h"
 
 namespace {
 

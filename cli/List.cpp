@@ -7,7 +7,7 @@
 
 #include "Arguments.h"
 #include "Commands.h"
-#include "client/Registers.h"
+#include "Output.h"
 
 namespace {
 
@@ -31,20 +31,14 @@ Poco::JSON::Array::Ptr jsonTable(const std::vector<RegisterInfo>& infos,
     Poco::JSON::Array::Ptr table = new Poco::JSON::Array;
     for (std::size_t i = 0; i < infos.size(); ++i) {
         Poco::JSON::Object::Ptr row = jsonOf(infos[i]);
-        if (readings[i].error.empty()) {
-            row->set("value", readings[i].value);
-        } else {
-            row->set("error", readings[i].error);
-        }
+        setReading(*row, readings[i]);
         table->add(row);
     }
     return table;
 }
 
 void list(const Options& options) {
-    std::vector<RegisterType> types;
-    std::transform(options.types.begin(), options.types.end(), std::back_inserter(types),
-                   parseType);
+    const std::vector<RegisterType> types = parseTypes(options.types);
     IoMapping io;
     const std::vector<int> addresses = addressesOf(io, types);
     const std::vector<RegisterInfo> infos = infosOf(io, addresses);

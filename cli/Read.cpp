@@ -6,8 +6,8 @@
 
 #include "Arguments.h"
 #include "Commands.h"
+#include "Output.h"
 #include "client/Failure.h"
-#include "client/Registers.h"
 
 namespace {
 
@@ -21,11 +21,7 @@ void printJsonReadings(const std::vector<int>& addresses, const std::vector<Read
     for (std::size_t i = 0; i < addresses.size(); ++i) {
         Poco::JSON::Object::Ptr entry = newJsonObject();
         entry->set("address", addresses[i]);
-        if (readings[i].error.empty()) {
-            entry->set("value", readings[i].value);
-        } else {
-            entry->set("error", readings[i].error);
-        }
+        setReading(*entry, readings[i]);
         list->add(entry);
     }
     printJson(list);

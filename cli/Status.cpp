@@ -7,8 +7,8 @@
 
 #include "Arguments.h"
 #include "Commands.h"
+#include "Output.h"
 #include "client/Failure.h"
-#include "client/Registers.h"
 
 namespace {
 
@@ -87,14 +87,6 @@ void printText(const Status& status) {
     }
 }
 
-void setReading(Poco::JSON::Object& object, const std::string& key, const Reading& reading) {
-    if (reading.error.empty()) {
-        object.set(key, reading.value);
-    } else {
-        object.set(key + "_error", reading.error);
-    }
-}
-
 void printJsonStatus(const Status& status) {
     Poco::JSON::Object::Ptr types = newJsonObject();
     for (const auto& [type, count] : status.perType) {
@@ -105,10 +97,10 @@ void printJsonStatus(const Status& status) {
     object->set("registers", status.registers);
     object->set("types", types);
     if (status.firmware) {
-        setReading(*object, "firmware", *status.firmware);
+        setReading(*object, *status.firmware, "firmware", "firmware_error");
     }
     if (status.hardware) {
-        setReading(*object, "hardware", *status.hardware);
+        setReading(*object, *status.hardware, "hardware", "hardware_error");
     }
     printJson(object);
 }

@@ -7,15 +7,14 @@
 #include <chrono>
 #include <cmath>
 #include <iostream>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
 
 #include "Arguments.h"
 #include "Commands.h"
+#include "Output.h"
 #include "client/Failure.h"
-#include "client/Registers.h"
 #include "client/ServiceWatch.h"
 
 namespace {
@@ -41,9 +40,11 @@ struct Request {
 };
 
 Request requestOf(const Options& options) {
-    Request request{parseAddresses(options.registers), {}, options.count, {}, options.json};
-    std::transform(options.types.begin(), options.types.end(), std::back_inserter(request.types),
-                   parseType);
+    Request request{parseAddresses(options.registers),
+                    parseTypes(options.types),
+                    options.count,
+                    {},
+                    options.json};
     if (options.timeout) {
         request.timeout = parseSeconds(*options.timeout);
     }

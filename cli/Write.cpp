@@ -6,8 +6,8 @@
 
 #include "Arguments.h"
 #include "Commands.h"
+#include "Output.h"
 #include "client/Failure.h"
-#include "client/Registers.h"
 #include "tesk/Exceptions.h"
 
 namespace {

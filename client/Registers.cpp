@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Registers.h"
 
-#include <Poco/JSON/Stringifier.h>
-
 #include <algorithm>
-#include <iostream>
 #include <iterator>
 
 #include "Failure.h"
@@ -37,10 +34,6 @@ void readPart(  // NOLINT(misc-no-recursion): as deep as the list can be halved
 }
 
 }  // namespace
-
-std::string textOf(const Reading& reading) {
-    return reading.error.empty() ? std::to_string(reading.value) : reading.error;
-}
 
 std::vector<int> addressesOf(IoMapping& io, const std::vector<RegisterType>& types) {
     std::vector<int> addresses;
@@ -90,22 +83,4 @@ std::string nameOf(IoMapping& io, int address) {
     } catch (const tesk::InputOutputException&) {
         return name;
     }
-}
-
-Poco::JSON::Object::Ptr jsonOf(const RegisterInfo& info) {
-    Poco::JSON::Object::Ptr object = newJsonObject();
-    object->set("address", info.address);
-    object->set("type", getTypeName(info.type));
-    object->set("index", info.index);
-    object->set("maximum", info.maximum);
-    return object;
-}
-
-Poco::JSON::Object::Ptr newJsonObject() {
-    return new Poco::JSON::Object(Poco::JSON_PRESERVE_KEY_ORDER);
-}
-
-void printJson(const Poco::Dynamic::Var& document) {
-    Poco::JSON::Stringifier::condense(document, std::cout);
-    std::cout << std::endl;
 }

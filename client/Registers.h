@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <Poco/JSON/Object.h>
-
 #include <string>
 #include <vector>
 
@@ -12,8 +10,8 @@
 struct RegisterInfo {
     int address;
     RegisterType type;
-    int index;
-    unsigned int maximum;
+    int index;             ///< Within the register's field of the map, from 1.
+    unsigned int maximum;  ///< The highest value that can be written.
 };
 
 /// What reading a register gave: its value, or the reason why there is none.
@@ -22,10 +20,10 @@ struct Reading {
     std::string error;
 };
 
-/// The value in decimal, or the reason why there is none.
-std::string textOf(const Reading& reading);
-
-/// The addresses of some types of register, ascending; of all types when none is named.
+/// The addresses of all registers of some types, or of all types when none is named.
+///
+/// @return each address once, in ascending order
+/// @throws tesk::InputOutputException the service does not answer
 std::vector<int> addressesOf(IoMapping& io, const std::vector<RegisterType>& types);
 
 /// The properties of a register.
@@ -34,7 +32,9 @@ std::vector<int> addressesOf(IoMapping& io, const std::vector<RegisterType>& typ
 /// @throws tesk::InputOutputException the service does not answer
 RegisterInfo infoOf(IoMapping& io, int address);
 
-/// The same for several registers, in the same order.
+/// The properties of several registers, in the order of the addresses.
+///
+/// @throws Failure, tesk::InputOutputException as infoOf()
 std::vector<RegisterInfo> infosOf(IoMapping& io, const std::vector<int>& addresses);
 
 /// Reads registers with as few calls as possible: one when all of them can be read.
@@ -43,14 +43,6 @@ std::vector<RegisterInfo> infosOf(IoMapping& io, const std::vector<int>& address
 /// @throws tesk::InputOutputException the service does not answer
 std::vector<Reading> readEach(IoMapping& io, const std::vector<int>& addresses);
 
-/// "register 12 (relay 3)", for messages; "register 12" when the service does not know it.
+/// The name of a register for messages: "register 12 (relay 3)", or "register 12" when the service
+/// does not know the register or does not answer.
 std::string nameOf(IoMapping& io, int address);
-
-/// The properties as a JSON object with the keys address, type, index and maximum.
-Poco::JSON::Object::Ptr jsonOf(const RegisterInfo& info);
-
-/// An empty JSON object whose keys stay in the order in which they are set.
-Poco::JSON::Object::Ptr newJsonObject();
-
-/// Prints one JSON document as one line.
-void printJson(const Poco::Dynamic::Var& document);

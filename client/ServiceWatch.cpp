@@ -9,24 +9,22 @@
 
 ServiceWatch::ServiceWatch() {
     GError* error = nullptr;
-    connection = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
+    connection.reset(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error));
     if (connection == nullptr) {
-        const std::string text = error->message;
-        g_error_free(error);
-        throw Failure("cannot reach the D-Bus system bus: " + text);
+        const ErrorOwner errorOwner(error);
+        throw Failure(std::string("cannot reach the D-Bus system bus: ") + error->message);
     }
     // Else the loss of the bus would kill the program without a word.
-    g_dbus_connection_set_exit_on_close(connection, FALSE);
-    closedId = g_signal_connect(connection, "closed", G_CALLBACK(onClosed), this);
-    watchId = g_bus_watch_name_on_connection(connection, BusContract::SERVICE_NAME,
+    g_dbus_connection_set_exit_on_close(connection.get(), FALSE);
+    closedId = g_signal_connect(connection.get(), "closed", G_CALLBACK(onClosed), this);
+    watchId = g_bus_watch_name_on_connection(connection.get(), BusContract::SERVICE_NAME,
                                              G_BUS_NAME_WATCHER_FLAGS_NONE, onCame, onWent, this,
                                              nullptr);
 }
 
 ServiceWatch::~ServiceWatch() {
     g_bus_unwatch_name(watchId);
-    g_signal_handler_disconnect(connection, closedId);
-    g_object_unref(connection);
+    g_signal_handler_disconnect(connection.get(), closedId);
 }
 
 std::vector<ServiceWatch::Event> ServiceWatch::takeEvents() {

@@ -5,11 +5,16 @@
 
 #include <vector>
 
-/// Hears of the coming and going of the service on the bus, while the default main context runs.
+#include "support/GLibOwners.h"
+
+/// Hears when the service comes to the bus and goes from it, while the default main context runs.
+/// For the thread that runs the context.
 ///
-/// Asking the service every now and then would not do: it may be back before the next question.
+/// Asking the service every now and then would not do: the service may be back before the next
+/// question.
 class ServiceWatch {
  public:
+    /// The service has come to the bus, or has gone from it; or the bus itself has gone.
     enum class Event { CAME, WENT, BUS_LOST };
 
     /// @throws Failure there is no bus
@@ -18,7 +23,8 @@ class ServiceWatch {
     ServiceWatch(const ServiceWatch&) = delete;
     ServiceWatch& operator=(const ServiceWatch&) = delete;
 
-    /// What has happened since the last call, in order. The first of all says how things stand.
+    /// What has happened since the last call, in order. The very first event says whether the
+    /// service is there.
     std::vector<Event> takeEvents();
 
  private:
@@ -27,7 +33,7 @@ class ServiceWatch {
     static void onClosed(GDBusConnection* bus, gboolean remotely, GError* error, gpointer watch);
 
     std::vector<Event> events;
-    GDBusConnection* connection{nullptr};
+    ObjectOwner<GDBusConnection> connection;
     gulong closedId{0};
     guint watchId{0};
 };

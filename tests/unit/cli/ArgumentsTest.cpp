@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "cli/Arguments.h"
-#include "program/UsageError.h"
 
 #include <gmock/gmock.h>
 
-#include "client/Failure.h"
+#include "program/UsageError.h"
 
 namespace {
 
@@ -85,9 +84,10 @@ TEST(ArgumentsTest, WhatIsNoAssignmentIsRefusedWithItsText) {
 }
 
 TEST(ArgumentsTest, TypesGoByTheirNames) {
-    EXPECT_EQ(parseType("relay"), RegisterType::RELAY);
-    EXPECT_EQ(parseType("unknown"), RegisterType::UNKNOWN);
-    const std::string refusal = refusalOf([] { parseType("Relay"); });
+    EXPECT_THAT(parseTypes({}), IsEmpty());
+    EXPECT_THAT(parseTypes({"unknown", "relay"}),
+                ElementsAre(RegisterType::UNKNOWN, RegisterType::RELAY));
+    const std::string refusal = refusalOf([] { parseTypes({"relay", "Relay"}); });
     EXPECT_THAT(refusal, HasSubstr("no register type 'Relay'; the types are relay, output_digital, "
                                    "input_digital, "));
     for (const std::string& name : typeNames()) {
@@ -98,8 +98,9 @@ TEST(ArgumentsTest, TypesGoByTheirNames) {
 TEST(ArgumentsTest, TheNamesOfTypesAreInTheOrderOfTheirNumbers) {
     const std::vector<std::string> names = typeNames();
     ASSERT_THAT(names, SizeIs(31));
-    for (std::size_t number = 0; number < names.size(); ++number) {
-        EXPECT_EQ(static_cast<std::size_t>(parseType(names[number])), number);
+    const std::vector<RegisterType> types = parseTypes(names);
+    for (std::size_t number = 0; number < types.size(); ++number) {
+        EXPECT_EQ(static_cast<std::size_t>(types[number]), number);
     }
 }
 

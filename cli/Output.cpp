@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+#include "Output.h"
+
+#include <Poco/JSON/Stringifier.h>
+
+#include <iostream>
+
+std::string textOf(const Reading& reading) {
+    return reading.error.empty() ? std::to_string(reading.value) : reading.error;
+}
+
+Poco::JSON::Object::Ptr newJsonObject() {
+    return new Poco::JSON::Object(Poco::JSON_PRESERVE_KEY_ORDER);
+}
+
+Poco::JSON::Object::Ptr jsonOf(const RegisterInfo& info) {
+    Poco::JSON::Object::Ptr object = newJsonObject();
+    object->set("address", info.address);
+    object->set("type", getTypeName(info.type));
+    object->set("index", info.index);
+    object->set("maximum", info.maximum);
+    return object;
+}
+
+void setReading(Poco::JSON::Object& object, const Reading& reading, const std::string& valueKey,
+                const std::string& errorKey) {
+    if (reading.error.empty()) {
+        object.set(valueKey, reading.value);
+    } else {
+        object.set(errorKey, reading.error);
+    }
+}
+
+void printJson(const Poco::Dynamic::Var& document) {
+    Poco::JSON::Stringifier::condense(document, std::cout);
+    std::cout << std::endl;
+}

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+/// @file
+#pragma once
+
+#include <Poco/JSON/Object.h>
+
+#include <string>
+
+#include "client/Registers.h"
+
+/// The value in decimal, or the reason why there is none.
+std::string textOf(const Reading& reading);
+
+/// An empty JSON object whose keys stay in the order in which they are set.
+Poco::JSON::Object::Ptr newJsonObject();
+
+/// The properties as a JSON object with the keys address, type, index and maximum.
+Poco::JSON::Object::Ptr jsonOf(const RegisterInfo& info);
+
+/// Sets one of two keys of a JSON object: the first to the value, or the second to the reason why
+/// there is none.
+void setReading(Poco::JSON::Object& object, const Reading& reading,
+                const std::string& valueKey = "value", const std::string& errorKey = "error");
+
+/// Prints one JSON document as one line.
+void printJson(const Poco::Dynamic::Var& document);
