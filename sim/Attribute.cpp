@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "Error.h"
+#include "support/FileDescriptor.h"
 
 namespace sim {
 
@@ -23,24 +24,14 @@ namespace {
 
 constexpr const char* BLANKS = " \t\r\n";
 
-/// Owns a file descriptor.
-class Descriptor {
- public:
-    /// @throws Error the descriptor is none
-    Descriptor(int opened, const std::filesystem::path& file) : fd(opened) {
-        if (fd < 0) {
-            throw openError(file);
-        }
+/// @param fd what opening the file has returned
+/// @throws Error it is no descriptor
+FileDescriptor opened(int fd, const std::filesystem::path& file) {
+    if (fd < 0) {
+        throw openError(file);
     }
-    ~Descriptor() { ::close(fd); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int get() const { return fd; }
-
- private:
-    int fd;
-};
+    return FileDescriptor(fd);
+}
 
 /// The whole text of a file with this value.
 std::string padded(const std::string& value) {
@@ -54,7 +45,7 @@ std::string padded(const std::string& value) {
     return text;
 }
 
-void write(const Descriptor& file, const std::string& text, std::size_t offset,
+void write(const FileDescriptor& file, const std::string& text, std::size_t offset,
            const std::filesystem::path& path) {
     if (::pwrite(file.get(), text.data(), text.size(), static_cast<off_t>(offset)) !=
         static_cast<ssize_t>(text.size())) {
@@ -75,7 +66,8 @@ Attribute::Attribute(std::filesystem::path file) : place(std::move(file)) {}
 
 void Attribute::create(const std::string& value) const {
     std::filesystem::create_directories(place.parent_path());
-    const Descriptor file(::open(place.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644), place);
+    const FileDescriptor file =
+        opened(::open(place.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644), place);
     write(file, padded(value), 0, place);
 }
 
@@ -85,7 +77,7 @@ void Attribute::create(int value) const {
 
 void Attribute::set(const std::string& value) const {
     const std::string text = padded(value);
-    const Descriptor file(::open(place.c_str(), O_WRONLY | O_CLOEXEC), place);
+    const FileDescriptor file = opened(::open(place.c_str(), O_WRONLY | O_CLOEXEC), place);
     struct stat status {};
     ::fstat(file.get(), &status);
     const auto length = static_cast<std::size_t>(status.st_size);
@@ -100,7 +92,7 @@ void Attribute::set(int value) const {
 }
 
 std::string Attribute::text() const {
-    const Descriptor file(::open(place.c_str(), O_RDONLY | O_CLOEXEC), place);
+    const FileDescriptor file = opened(::open(place.c_str(), O_RDONLY | O_CLOEXEC), place);
     std::array<char, 256> buffer{};
     const ssize_t size = ::read(file.get(), buffer.data(), buffer.size());
     if (size < 0) {
@@ -123,7 +115,7 @@ int Attribute::number() const {
 bool Attribute::waitFor(const std::string& value, std::chrono::duration<double> time) const {
     using Clock = std::chrono::steady_clock;
     const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(time);
-    const Descriptor changes(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC), place);
+    const FileDescriptor changes = opened(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC), place);
     if (::inotify_add_watch(changes.get(), place.c_str(), IN_MODIFY) < 0) {
         throw openError(place);
     }

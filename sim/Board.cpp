@@ -29,9 +29,9 @@ constexpr std::array<SingleFile, 9> IO_BOARD_FILES{{
     {"leds/12/brightness", 0},
 }};
 
-/// A file that every IO of a kind has, and its value at first.
+/// A file that every IO of a group has, and its value at first.
 struct IoFile {
-    const char* kind;
+    const char* group;
     const char* name;
     const char* value;
     int IoCounts::*count;
@@ -56,7 +56,7 @@ constexpr std::array<std::pair<const char*, int IoCounts::*>, 4> INFO_LINES{{
 
 void makeIoFiles(const std::filesystem::path& tree, const IoCounts& counts, const IoFile& file) {
     for (int number = 1; number <= counts.*file.count; ++number) {
-        Attribute(tree / file.kind / std::to_string(number) / file.name).create(file.value);
+        Attribute(tree / file.group / std::to_string(number) / file.name).create(file.value);
     }
 }
 
@@ -66,10 +66,10 @@ bool counts(const std::string& edge, int value) {
 
 }  // namespace
 
-Board::Board(std::filesystem::path directory, Kind boardKind)
+Board::Board(std::filesystem::path directory, Type boardType)
     : tree(std::move(directory)),
       spare(tree.parent_path() / ("." + tree.filename().string() + ".pulled")),
-      kind(boardKind) {}
+      type(boardType) {}
 
 void Board::make(const IoCounts& counts) const {
     if (isThere()) {
@@ -84,8 +84,8 @@ void Board::make(const IoCounts& counts) const {
     for (const IoFile& file : IO_FILES) {
         makeIoFiles(spare, counts, file);
     }
-    makeIoFiles(spare, counts, kind == Kind::IO_BOARD ? PULLUP : ENABLE);
-    if (kind == Kind::IO_BOARD) {
+    makeIoFiles(spare, counts, type == Type::IO_BOARD ? PULLUP : ENABLE);
+    if (type == Type::IO_BOARD) {
         for (const SingleFile& file : IO_BOARD_FILES) {
             Attribute(spare / file.name).create(file.value);
         }

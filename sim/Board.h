@@ -8,7 +8,7 @@
 
 namespace sim {
 
-/// How many IOs of each kind a board has, as its file "info_io" states it.
+/// How many relays, inputs, outputs and analogs a board has, as its file "info_io" states.
 struct IoCounts {
     int relays{0};
     int inputs{0};
@@ -24,10 +24,10 @@ struct IoCounts {
 /// color and brightness; an expander has analogs/N/enable.
 class Board {
  public:
-    enum class Kind { IO_BOARD, EXPANDER };
+    enum class Type { IO_BOARD, EXPANDER };
 
     /// Touches nothing; the board may not be there yet.
-    Board(std::filesystem::path directory, Kind boardKind);
+    Board(std::filesystem::path directory, Type boardType);
 
     const std::filesystem::path& path() const { return tree; }
 
@@ -78,7 +78,7 @@ class Board {
 
     std::filesystem::path tree;
     std::filesystem::path spare;  ///< Where a board is while it is made, and while it is pulled.
-    Kind kind;
+    Type type;
 };
 
 }  // namespace sim

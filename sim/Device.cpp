@@ -70,7 +70,7 @@ Board Device::board(const std::string& name) const {
     if (name != "kr62" && !isExpander(name)) {
         throw Error("no board is called '" + name + "'; kr62 is the IO board, pd5-1 an expander");
     }
-    return {root / BOARDS / name, isExpander(name) ? Board::Kind::EXPANDER : Board::Kind::IO_BOARD};
+    return {root / BOARDS / name, isExpander(name) ? Board::Type::EXPANDER : Board::Type::IO_BOARD};
 }
 
 std::vector<std::string> Device::boards() const {

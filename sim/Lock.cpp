@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 #include <cerrno>
 
@@ -12,16 +11,12 @@
 namespace sim {
 
 Lock::Lock(const std::filesystem::path& directory)
-    : fd(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-    if (fd < 0) {
+    : descriptor(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    if (!descriptor.isOpen()) {
         throw openError(directory);
     }
-    while (::flock(fd, LOCK_EX) != 0 && errno == EINTR) {
+    while (::flock(descriptor.get(), LOCK_EX) != 0 && errno == EINTR) {
     }
-}
-
-Lock::~Lock() {
-    ::close(fd);
 }
 
 }  // namespace sim

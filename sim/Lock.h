@@ -3,22 +3,21 @@
 
 #include <filesystem>
 
+#include "support/FileDescriptor.h"
+
 namespace sim {
 
-/// Keeps all other locks of a directory out, those of other threads and processes included, while
-/// it lives: for what is read, changed and written back.
+/// The lock of a directory, for a value that is read, changed and written back. While a lock lives,
+/// all others of the directory wait, those of other threads and processes included.
 class Lock {
  public:
     /// Waits until the lock is free.
     ///
     /// @throws Error the directory cannot be opened
     explicit Lock(const std::filesystem::path& directory);
-    ~Lock();
-    Lock(const Lock&) = delete;
-    Lock& operator=(const Lock&) = delete;
 
  private:
-    int fd;
+    FileDescriptor descriptor;
 };
 
 }  // namespace sim

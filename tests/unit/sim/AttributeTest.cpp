@@ -42,20 +42,20 @@ class Modifications {
     int fd;
 };
 
-class SimAttributeTest : public testing::Test {
+class AttributeTest : public testing::Test {
  protected:
     TemporaryDirectory directory;
     sim::Attribute attribute{directory.path() / "inputs/1/value"};
 };
 
-TEST_F(SimAttributeTest, IsMadeWithItsDirectories) {
+TEST_F(AttributeTest, IsMadeWithItsDirectories) {
     attribute.create(-17);
     EXPECT_EQ(attribute.text(), "-17");
     EXPECT_EQ(attribute.number(), -17);
     EXPECT_EQ(readFile(attribute.path()), "-17        \n");
 }
 
-TEST_F(SimAttributeTest, KeepsItsLengthWhateverTheValue) {
+TEST_F(AttributeTest, KeepsItsLengthWhateverTheValue) {
     attribute.create(0);
     for (const char* value : {"2147483647", "-2147483648", "7", "", "rising"}) {
         attribute.set(value);
@@ -64,19 +64,19 @@ TEST_F(SimAttributeTest, KeepsItsLengthWhateverTheValue) {
     }
 }
 
-TEST_F(SimAttributeTest, AWordIsNoNumber) {
+TEST_F(AttributeTest, AWordIsNoNumber) {
     attribute.create("both");
     EXPECT_EQ(attribute.number(), 0);
 }
 
-TEST_F(SimAttributeTest, ReadsWhatAClientHasWritten) {
+TEST_F(AttributeTest, ReadsWhatAClientHasWritten) {
     writeFile(attribute.path(), "42");
     EXPECT_EQ(attribute.number(), 42);
     writeFile(attribute.path(), "");
     EXPECT_EQ(attribute.text(), "");
 }
 
-TEST_F(SimAttributeTest, AChangeIsOneModification) {
+TEST_F(AttributeTest, AChangeIsOneModification) {
     attribute.create(0);
     const Modifications modifications(attribute.path());
     for (const int value : {1, 0, 123456, 9, -2147483647 - 1}) {
@@ -85,7 +85,7 @@ TEST_F(SimAttributeTest, AChangeIsOneModification) {
     }
 }
 
-TEST_F(SimAttributeTest, AValueThatFitsIntoWhatAClientHasWrittenIsOneModificationToo) {
+TEST_F(AttributeTest, AValueThatFitsIntoWhatAClientHasWrittenIsOneModificationToo) {
     attribute.create(0);
     writeFile(attribute.path(), "1");
     const Modifications modifications(attribute.path());
@@ -94,7 +94,7 @@ TEST_F(SimAttributeTest, AValueThatFitsIntoWhatAClientHasWrittenIsOneModificatio
     EXPECT_EQ(readFile(attribute.path()), "0          \n");
 }
 
-TEST_F(SimAttributeTest, ReadersNeverFindAnythingButAWholeValue) {
+TEST_F(AttributeTest, ReadersNeverFindAnythingButAWholeValue) {
     if (EMULATED) {
         GTEST_SKIP() << "the kernel copies a file in memory without a lock, and an emulated "
                         "processor may be stopped amid the twelve bytes";
@@ -120,7 +120,7 @@ TEST_F(SimAttributeTest, ReadersNeverFindAnythingButAWholeValue) {
     EXPECT_GT(reader.get(), 0U);
 }
 
-TEST_F(SimAttributeTest, AFileThatAClientHasShortenedGetsItsLengthBack) {
+TEST_F(AttributeTest, AFileThatAClientHasShortenedGetsItsLengthBack) {
     attribute.create(0);
     for (const char* text : {"", "1", "99\n"}) {
         writeFile(attribute.path(), text);
@@ -129,14 +129,14 @@ TEST_F(SimAttributeTest, AFileThatAClientHasShortenedGetsItsLengthBack) {
     }
 }
 
-TEST_F(SimAttributeTest, WhatIsTooLongIsRefusedAndChangesNothing) {
+TEST_F(AttributeTest, WhatIsTooLongIsRefusedAndChangesNothing) {
     attribute.create(5);
     EXPECT_THAT([this] { attribute.set("123456789012"); },
                 ThrowsMessage<sim::Error>("the value '123456789012' is longer than 11 characters"));
     EXPECT_EQ(attribute.text(), "5");
 }
 
-TEST_F(SimAttributeTest, AFileThatIsMissingIsNotMadeBySettingIt) {
+TEST_F(AttributeTest, AFileThatIsMissingIsNotMadeBySettingIt) {
     const auto missing = HasSubstr("there is no " + attribute.path().string() + ";");
     EXPECT_THAT([this] { attribute.set(1); }, ThrowsMessage<sim::Error>(missing));
     EXPECT_THAT([this] { attribute.text(); }, ThrowsMessage<sim::Error>(missing));
@@ -145,7 +145,7 @@ TEST_F(SimAttributeTest, AFileThatIsMissingIsNotMadeBySettingIt) {
     EXPECT_FALSE(std::filesystem::exists(attribute.path()));
 }
 
-TEST_F(SimAttributeTest, WaitsUntilAClientHasWrittenTheValue) {
+TEST_F(AttributeTest, WaitsUntilAClientHasWrittenTheValue) {
     attribute.create(0);
     std::thread client([this] {
         for (int value = 1; value <= 100; ++value) {
@@ -157,7 +157,7 @@ TEST_F(SimAttributeTest, WaitsUntilAClientHasWrittenTheValue) {
     EXPECT_TRUE(attribute.waitFor("100", std::chrono::seconds(0)));
 }
 
-TEST_F(SimAttributeTest, StopsWaitingWhenTheTimeIsOver) {
+TEST_F(AttributeTest, StopsWaitingWhenTheTimeIsOver) {
     attribute.create(0);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_FALSE(attribute.waitFor("1", std::chrono::milliseconds(50)));

@@ -18,7 +18,7 @@ using testing::ContainerEq;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
 
-class SimBoardTest : public testing::Test {
+class BoardTest : public testing::Test {
  protected:
     /// The files below a directory, with their values.
     static std::map<std::string, std::string> valuesOf(const std::filesystem::path& tree) {
@@ -55,11 +55,11 @@ class SimBoardTest : public testing::Test {
     }
 
     TemporaryDirectory directory;
-    sim::Board board{directory.path() / "kr62", sim::Board::Kind::IO_BOARD};
-    sim::Board expander{directory.path() / "pd5-1", sim::Board::Kind::EXPANDER};
+    sim::Board board{directory.path() / "kr62", sim::Board::Type::IO_BOARD};
+    sim::Board expander{directory.path() / "pd5-1", sim::Board::Type::EXPANDER};
 };
 
-TEST_F(SimBoardTest, AnIoBoardHasAllItsFiles) {
+TEST_F(BoardTest, AnIoBoardHasAllItsFiles) {
     board.make({1, 1, 3, 1});
     EXPECT_THAT(valuesOf(board.path()),
                 ContainerEq(std::map<std::string, std::string>{{"relays/1/value", "0"},
@@ -80,7 +80,7 @@ TEST_F(SimBoardTest, AnIoBoardHasAllItsFiles) {
                                                                {"leds/12/brightness", "0"}}));
 }
 
-TEST_F(SimBoardTest, AnExpanderHasAllItsFiles) {
+TEST_F(BoardTest, AnExpanderHasAllItsFiles) {
     expander.make({2, 1, 0, 1});
     EXPECT_THAT(valuesOf(expander.path()),
                 ContainerEq(std::map<std::string, std::string>{{"relays/1/value", "0"},
@@ -93,7 +93,7 @@ TEST_F(SimBoardTest, AnExpanderHasAllItsFiles) {
                                                                {"analogs/1/enable", "0"}}));
 }
 
-TEST_F(SimBoardTest, StatesItsIosAsTheDriversReadThem) {
+TEST_F(BoardTest, StatesItsIosAsTheDriversReadThem) {
     board.make({4, 8, 2, 5});
     const InfoIo info(board.path() / "info_io");
     EXPECT_EQ(info.relays, 4U);
@@ -106,7 +106,7 @@ TEST_F(SimBoardTest, StatesItsIosAsTheDriversReadThem) {
     EXPECT_EQ(board.counts().analogs, 5);
 }
 
-TEST_F(SimBoardTest, IsThereOnlyOnce) {
+TEST_F(BoardTest, IsThereOnlyOnce) {
     EXPECT_FALSE(board.isThere());
     board.make({});
     EXPECT_TRUE(board.isThere());
@@ -115,7 +115,7 @@ TEST_F(SimBoardTest, IsThereOnlyOnce) {
     EXPECT_THAT(namesBeside(), ContainerEq(std::set<std::string>{"kr62"}));
 }
 
-TEST_F(SimBoardTest, ACounterCountsTheEdgesThatItIsToldTo) {
+TEST_F(BoardTest, ACounterCountsTheEdgesThatItIsToldTo) {
     board.make({0, 1, 0, 0});
     EXPECT_EQ(countedOf("none"), 0);
     EXPECT_EQ(countedOf("rising"), 1);
@@ -125,7 +125,7 @@ TEST_F(SimBoardTest, ACounterCountsTheEdgesThatItIsToldTo) {
     EXPECT_EQ(countedOf("rising"), 0) << "it was 1 already";
 }
 
-TEST_F(SimBoardTest, CountsOnFromWhatAClientHasWritten) {
+TEST_F(BoardTest, CountsOnFromWhatAClientHasWritten) {
     board.make({0, 2, 0, 0});
     countEdges(2, "rising");
     writeFile(board.counter(2).path(), "1000");
@@ -135,7 +135,7 @@ TEST_F(SimBoardTest, CountsOnFromWhatAClientHasWritten) {
     EXPECT_EQ(board.counter(1).number(), 0);
 }
 
-TEST_F(SimBoardTest, NoEdgeIsLostAmongThreads) {
+TEST_F(BoardTest, NoEdgeIsLostAmongThreads) {
     constexpr int ROUNDS = 2000;
     board.make({0, 1, 0, 0});
     countEdges(1, "both");
@@ -154,7 +154,7 @@ TEST_F(SimBoardTest, NoEdgeIsLostAmongThreads) {
     EXPECT_EQ(board.input(1).number(), 0);
 }
 
-TEST_F(SimBoardTest, AnInputTakesNothingButZeroAndOne) {
+TEST_F(BoardTest, AnInputTakesNothingButZeroAndOne) {
     board.make({0, 1, 0, 0});
     EXPECT_THAT([this] { board.setInput(1, 2); },
                 ThrowsMessage<sim::Error>("an input is 0 or 1, not 2"));
@@ -163,7 +163,7 @@ TEST_F(SimBoardTest, AnInputTakesNothingButZeroAndOne) {
                     HasSubstr("there is no " + board.path().string() + "/inputs/2;")));
 }
 
-TEST_F(SimBoardTest, APulledBoardIsGoneAndComesBackWithItsValuesInNewFiles) {
+TEST_F(BoardTest, APulledBoardIsGoneAndComesBackWithItsValuesInNewFiles) {
     board.make({2, 2, 1, 1});
     board.relay(2).set(1);
     const auto before = valuesOf(board.path());
@@ -179,7 +179,7 @@ TEST_F(SimBoardTest, APulledBoardIsGoneAndComesBackWithItsValuesInNewFiles) {
     EXPECT_THAT(namesBeside(), ContainerEq(std::set<std::string>{"kr62", "old"}));
 }
 
-TEST_F(SimBoardTest, OnlyWhatIsThereCanBePulledAndOnlyWhatIsPulledRestored) {
+TEST_F(BoardTest, OnlyWhatIsThereCanBePulledAndOnlyWhatIsPulledRestored) {
     const std::string path = board.path();
     EXPECT_THAT([this] { board.pull(); }, ThrowsMessage<sim::Error>("no board at " + path));
     EXPECT_THAT([this] { board.counts(); }, ThrowsMessage<sim::Error>("no board at " + path));

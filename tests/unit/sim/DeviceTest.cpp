@@ -16,9 +16,9 @@ using testing::ThrowsMessage;
 
 constexpr const char* SENSOR = "28-00000a1b2c3d";
 
-class SimDeviceTest : public testing::Test {
+class DeviceTest : public testing::Test {
  protected:
-    SimDeviceTest() { device.make(); }
+    DeviceTest() { device.make(); }
 
     /// A file of the device.
     std::string file(const std::string& path) const {
@@ -29,7 +29,7 @@ class SimDeviceTest : public testing::Test {
     sim::Device device{directory.path()};
 };
 
-TEST_F(SimDeviceTest, HasAMainBoardAtFirst) {
+TEST_F(DeviceTest, HasAMainBoardAtFirst) {
     EXPECT_EQ(file("sys/class/thermal/thermal_zone0/temp"), "48312");
     EXPECT_EQ(file("sys/bus/w1/devices/w1_bus_master1/w1_master_slaves"), "");
     EXPECT_EQ(file("tmp/factory_info_partition/factory_info_json"),
@@ -37,7 +37,7 @@ TEST_F(SimDeviceTest, HasAMainBoardAtFirst) {
     EXPECT_THAT(device.boards(), IsEmpty());
 }
 
-TEST_F(SimDeviceTest, MakingItAgainLeavesWhatIsThere) {
+TEST_F(DeviceTest, MakingItAgainLeavesWhatIsThere) {
     device.cpuTemperature().set(50000);
     device.sensors().plug(SENSOR, 1);
     device.setHardwareType(7);
@@ -47,7 +47,7 @@ TEST_F(SimDeviceTest, MakingItAgainLeavesWhatIsThere) {
     EXPECT_THAT(file("tmp/factory_info_partition/factory_info_json"), HasSubstr("\"7\""));
 }
 
-TEST_F(SimDeviceTest, HasTheBoardsThatAreMadeWhereTheDriversLookForThem) {
+TEST_F(DeviceTest, HasTheBoardsThatAreMadeWhereTheDriversLookForThem) {
     device.makeBoard("pd5-12");
     device.makeBoard("kr62");
     device.makeBoard("pd5-0");
@@ -60,7 +60,7 @@ TEST_F(SimDeviceTest, HasTheBoardsThatAreMadeWhereTheDriversLookForThem) {
     EXPECT_THAT(device.boards(), ElementsAre("kr62", "pd5-12"));
 }
 
-TEST_F(SimDeviceTest, OtherNamesAreNoBoards) {
+TEST_F(DeviceTest, OtherNamesAreNoBoards) {
     for (const char* name : {"", "KR62", "kr62-1", "pd5", "pd5-", "pd5--1", "pd5-01", ".."}) {
         EXPECT_THAT([&] { device.board(name); },
                     ThrowsMessage<sim::Error>("no board is called '" + std::string(name) +
@@ -68,7 +68,7 @@ TEST_F(SimDeviceTest, OtherNamesAreNoBoards) {
     }
 }
 
-TEST_F(SimDeviceTest, ValuesHaveShortNames) {
+TEST_F(DeviceTest, ValuesHaveShortNames) {
     device.makeBoard("kr62");
     device.sensors().plug(SENSOR, 1);
     device.set("cpu", "-1");
@@ -85,7 +85,7 @@ TEST_F(SimDeviceTest, ValuesHaveShortNames) {
     EXPECT_EQ(device.value("kr62/inputs/1/counter_edge").text(), "both");
 }
 
-TEST_F(SimDeviceTest, AnInputThatIsSetIsCounted) {
+TEST_F(DeviceTest, AnInputThatIsSetIsCounted) {
     device.makeBoard("pd5-1");
     device.set("pd5-1/inputs/8/counter_edge", "rising");
     device.set("pd5-1/inputs/8", "1");
@@ -95,7 +95,7 @@ TEST_F(SimDeviceTest, AnInputThatIsSetIsCounted) {
     EXPECT_THROW(device.set("pd5-1/inputs/8", "2"), sim::Error);
 }
 
-TEST_F(SimDeviceTest, WhatIsNoValueIsRefused) {
+TEST_F(DeviceTest, WhatIsNoValueIsRefused) {
     device.makeBoard("kr62");
     EXPECT_THAT([this] { device.set("kr62/relays/1", "on"); },
                 ThrowsMessage<sim::Error>("kr62/relays/1 is a number of 32 bits, not 'on'"));
@@ -111,7 +111,7 @@ TEST_F(SimDeviceTest, WhatIsNoValueIsRefused) {
     }
 }
 
-TEST_F(SimDeviceTest, WhatIsNotThereCannotBeSet) {
+TEST_F(DeviceTest, WhatIsNotThereCannotBeSet) {
     device.makeBoard("kr62");
     for (const char* name :
          {"kr62/relays/5", "kr62/relays/0", "kr62/inputs/9", "pd5-1/relays/1", "28-ffffffffffff"}) {

@@ -27,7 +27,7 @@ bool doNotWait(Clock::time_point /*time*/) {
     return true;
 }
 
-class SimScenarioTest : public testing::Test {
+class ScenarioTest : public testing::Test {
  protected:
     /// A device with three boards and two sensors.
     class WholeDevice {
@@ -58,13 +58,13 @@ class SimScenarioTest : public testing::Test {
     const WholeDevice whole;
 };
 
-TEST_F(SimScenarioTest, TheSameSeedGivesTheSameSteps) {
+TEST_F(ScenarioTest, TheSameSeedGivesTheSameSteps) {
     const Steps steps = whole.steps(1000, 7);
     EXPECT_EQ(WholeDevice().steps(1000, 7), steps);
     EXPECT_NE(WholeDevice().steps(1000, 8), steps);
 }
 
-TEST_F(SimScenarioTest, EverythingHappens) {
+TEST_F(ScenarioTest, EverythingHappens) {
     const Steps steps = whole.steps(1000, 1);
     for (const char* step :
          {"set kr62/inputs/[1-8] 1", "set kr62/inputs/[1-8] 0", "set pd5-2/inputs/[1-8] 1",
@@ -74,12 +74,12 @@ TEST_F(SimScenarioTest, EverythingHappens) {
     }
 }
 
-TEST_F(SimScenarioTest, OnlyWhatMayHappenDoes) {
+TEST_F(ScenarioTest, OnlyWhatMayHappenDoes) {
     const Steps steps = whole.steps(1000, 1, {false, false});
     EXPECT_THAT(steps, Not(Contains(MatchesRegex("(un)?plug .*|set 28-.*|pull .*|restore .*"))));
 }
 
-TEST_F(SimScenarioTest, WhatItTellsIsWhatItDoes) {
+TEST_F(ScenarioTest, WhatItTellsIsWhatItDoes) {
     sim::Scenario scenario(whole.device, 3, {false, false});
     for (int number = 0; number < 300; ++number) {
         const std::string step = scenario.step();
@@ -89,7 +89,7 @@ TEST_F(SimScenarioTest, WhatItTellsIsWhatItDoes) {
     }
 }
 
-TEST_F(SimScenarioTest, AnalogsMoveInRampsWithinTheirRange) {
+TEST_F(ScenarioTest, AnalogsMoveInRampsWithinTheirRange) {
     std::map<std::string, int> values;
     for (const std::string& step : whole.steps(5000, 1, {false, false})) {
         const auto space = step.rfind(' ');
@@ -105,7 +105,7 @@ TEST_F(SimScenarioTest, AnalogsMoveInRampsWithinTheirRange) {
     EXPECT_THAT(values, SizeIs(12));
 }
 
-TEST_F(SimScenarioTest, InTheEndEverythingIsBackInItsPlace) {
+TEST_F(ScenarioTest, InTheEndEverythingIsBackInItsPlace) {
     for (int count = 1; count < 200; count += 7) {
         whole.steps(count, 5);
         EXPECT_THAT(whole.device.boards(), ElementsAre("kr62", "pd5-1", "pd5-2"));
@@ -113,7 +113,7 @@ TEST_F(SimScenarioTest, InTheEndEverythingIsBackInItsPlace) {
     }
 }
 
-TEST_F(SimScenarioTest, ADeviceWithoutIosLivesToo) {
+TEST_F(ScenarioTest, ADeviceWithoutIosLivesToo) {
     const TemporaryDirectory directory;
     const sim::Device device(directory.path());
     device.cpuTemperature().create(0);
@@ -123,7 +123,7 @@ TEST_F(SimScenarioTest, ADeviceWithoutIosLivesToo) {
     }
 }
 
-TEST_F(SimScenarioTest, StepsAreDueAtTheRate) {
+TEST_F(ScenarioTest, StepsAreDueAtTheRate) {
     sim::Scenario scenario(whole.device, 1, ALL);
     std::vector<Clock::time_point> times;
     int done = 0;
@@ -141,7 +141,7 @@ TEST_F(SimScenarioTest, StepsAreDueAtTheRate) {
     }
 }
 
-TEST_F(SimScenarioTest, EndsWhenItIsToldTo) {
+TEST_F(ScenarioTest, EndsWhenItIsToldTo) {
     sim::Scenario scenario(whole.device, 1, ALL);
     Steps steps;
     scenario.run(
@@ -150,7 +150,7 @@ TEST_F(SimScenarioTest, EndsWhenItIsToldTo) {
     EXPECT_THAT(steps, SizeIs(3));
 }
 
-TEST_F(SimScenarioTest, EndsInTimeEvenIfItCannotKeepUp) {
+TEST_F(ScenarioTest, EndsInTimeEvenIfItCannotKeepUp) {
     sim::Scenario scenario(whole.device, 1, ALL);
     std::size_t steps = 0;
     scenario.run(1e9, std::chrono::milliseconds(20), doNotWait,
@@ -159,7 +159,7 @@ TEST_F(SimScenarioTest, EndsInTimeEvenIfItCannotKeepUp) {
     EXPECT_LT(steps, 20'000'000U);
 }
 
-TEST_F(SimScenarioTest, DoesAllStepsOfTheTimeAtARateThatItCanKeep) {
+TEST_F(ScenarioTest, DoesAllStepsOfTheTimeAtARateThatItCanKeep) {
     sim::Scenario scenario(whole.device, 1, {true, false});
     std::size_t steps = 0;
     const auto start = Clock::now();

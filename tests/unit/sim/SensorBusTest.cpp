@@ -19,9 +19,9 @@ using testing::ThrowsMessage;
 constexpr const char* ONE = "28-00000a1b2c3d";
 constexpr const char* OTHER = "28-031264e5a1ff";
 
-class SimSensorBusTest : public testing::Test {
+class SensorBusTest : public testing::Test {
  protected:
-    SimSensorBusTest() { sensors.make(); }
+    SensorBusTest() { sensors.make(); }
 
     std::string list() const {
         return readFile(directory.path() / "w1_bus_master1/w1_master_slaves");
@@ -31,14 +31,14 @@ class SimSensorBusTest : public testing::Test {
     sim::SensorBus sensors{directory.path()};
 };
 
-TEST_F(SimSensorBusTest, HasNoSensorAtFirst) {
+TEST_F(SensorBusTest, HasNoSensorAtFirst) {
     EXPECT_TRUE(sensors.isThere());
     EXPECT_THAT(sensors.addresses(), IsEmpty());
     EXPECT_EQ(list(), "");
     EXPECT_FALSE(sim::SensorBus(directory.path() / "other").isThere());
 }
 
-TEST_F(SimSensorBusTest, SensorsComeAndGo) {
+TEST_F(SensorBusTest, SensorsComeAndGo) {
     sensors.plug(ONE, 21500);
     sensors.plug(OTHER, -4250);
     EXPECT_EQ(list(), "28-00000a1b2c3d\n28-031264e5a1ff\n");
@@ -51,7 +51,7 @@ TEST_F(SimSensorBusTest, SensorsComeAndGo) {
     EXPECT_EQ(sensors.temperature(ONE).number(), 0);
 }
 
-TEST_F(SimSensorBusTest, ASensorIsPluggedOnlyOnce) {
+TEST_F(SensorBusTest, ASensorIsPluggedOnlyOnce) {
     sensors.plug(ONE, 1);
     EXPECT_THAT([this] { sensors.plug(ONE, 2); },
                 ThrowsMessage<sim::Error>("the sensor 28-00000a1b2c3d is plugged already"));
@@ -60,7 +60,7 @@ TEST_F(SimSensorBusTest, ASensorIsPluggedOnlyOnce) {
     EXPECT_EQ(sensors.temperature(ONE).number(), 1);
 }
 
-TEST_F(SimSensorBusTest, AnAddressIsAFamilyAndASerialNumber) {
+TEST_F(SensorBusTest, AnAddressIsAFamilyAndASerialNumber) {
     for (const char* text :
          {"", "28", "28-", "28-00000A1B2C3D", "28-00000a1b2c3", "28-0000-a1b2c3d",
           "2800-000a1b2c3d", "../28-00", "28-00000a1b2c3d/", "w1_bus_master1"}) {
@@ -70,14 +70,14 @@ TEST_F(SimSensorBusTest, AnAddressIsAFamilyAndASerialNumber) {
     EXPECT_TRUE(sim::SensorBus::isAddress("10-0123456789ef"));
 }
 
-TEST_F(SimSensorBusTest, WithoutABusThereAreNoSensors) {
+TEST_F(SensorBusTest, WithoutABusThereAreNoSensors) {
     const sim::SensorBus none(directory.path() / "none");
     EXPECT_THAT([&none] { none.addresses(); },
                 ThrowsMessage<sim::Error>(HasSubstr("no 1-Wire bus")));
     EXPECT_THROW(none.plug(ONE, 0), sim::Error);
 }
 
-TEST_F(SimSensorBusTest, ReadersFindTheOldListOrTheNewOne) {
+TEST_F(SensorBusTest, ReadersFindTheOldListOrTheNewOne) {
     constexpr int ROUNDS = 500;
     sensors.plug(ONE, 0);
     std::atomic<bool> isOver{false};
