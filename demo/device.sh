@@ -1,15 +1,15 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
 #
-# Sourced by tour: a simulated device, which is a private bus, simulated boards and the real
-# service, in a directory of its own. Ends with the script.
+# tour sources this file. It makes a simulated device in a temporary directory: a private bus,
+# simulated boards, and the real service. The device ends with the script.
 
 root=          # the checkout
 build=         # where iomappingd has been built
-device=        # the directory of the device: ours, and gone when we end
-board=         # in it, the files of the simulated device, to be changed with iomap-sim
-service_pid=   # the sandbox, which ends with the status of the service in it
-background=()  # all that must not outlive us
+device=        # the directory of the device; removed at the end
+board=         # a directory in $device: the files of the simulated device, for iomap-sim
+service_pid=   # the process of the sandbox; it ends with the exit status of the service
+background=()  # the processes that must not outlive the script
 
 fail() {
     echo "tour: $1" >&2
@@ -35,8 +35,9 @@ END
     done
 }
 
-# start OUTPUT COMMAND...: runs a command that ends with us, even if we are killed. In a session of
-# its own, so that Ctrl-C reaches us alone, and whatever it starts can be ended with it.
+# start OUTPUT COMMAND...: runs a command in the background. The command ends with this script, even
+# if the script is killed. The command runs in its own session: Ctrl-C then reaches only this script,
+# and the script can end the whole session.
 start() {
     setpriv --pdeathsig KILL -- setsid "${@:2}" >"$1" 2>&1 &
     background+=($!)
@@ -53,17 +54,18 @@ make_board() {
 start_bus() {
     local log=$device/bus.log
     mkfifo "$device/bus-address"
-    # shellcheck disable=SC2016 # for the inner shell to expand
+    # shellcheck disable=SC2016 # the inner shell expands it
     start "$log" bash -c 'exec dbus-daemon --print-address "$@" >"$0"' \
         "$device/bus-address" --address="unix:path=$device/bus" --nofork --nopidfile \
         --config-file="$root/tests/support/private-bus.conf"
     read -r -t 10 <"$device/bus-address" ||
-        fail "dbus-daemon has made no bus at $device/bus; try another TMPDIR: $(one_line "$log")"
+        fail "dbus-daemon did not start a bus at $device/bus; try another TMPDIR: $(one_line "$log")"
     export DBUS_SYSTEM_BUS_ADDRESS=unix:path=$device/bus
 }
 
-# The paths that the service has built in lead to the device, and no real hardware is in /dev. What
-# may lie below /tmp and is needed is put back on top of the empty one.
+# The service has fixed paths. The sandbox binds these paths to the simulated device, and its /dev has
+# no real hardware. The sandbox has an empty /tmp. The directories that are needed are bound again,
+# because they may lie below /tmp.
 start_service() {
     local status=0 ended='' waiter
     start "$device/iomappingd.log" bwrap --dev-bind / / --dev /dev --bind "$board/sys" /sys --tmpfs /tmp \
@@ -87,8 +89,8 @@ explain_early_end() {
     local log
     log=$(one_line "$device/iomappingd.log")
     case $log in
-        bwrap:*) fail "bwrap makes no sandbox; allow user namespaces, or more privileges: $log" ;;
-        *) fail "iomappingd ended with status $1 at its start: $log" ;;
+        bwrap:*) fail "bwrap cannot make a sandbox; allow user namespaces, or run with more privileges: $log" ;;
+        *) fail "iomappingd ended during its start, with status $1: $log" ;;
     esac
 }
 
@@ -97,7 +99,7 @@ start_device() {
     root=$1
     build=$2
     require_tools
-    # Whatever comes, nothing stays: neither processes nor files.
+    # However the script ends, it leaves no process and no file.
     trap end_device EXIT
     device=$(mktemp -d -t io-mapping.XXXXXX 2>/dev/null) ||
         fail "cannot make a directory in ${TMPDIR:-/tmp}; set TMPDIR to another one"
@@ -111,7 +113,7 @@ start_device() {
 end_device() {
     trap '' INT TERM HUP
     [ -n "$device" ] || return 0
-    # The service goes first: the sandbox, its parent, waits for it, and we for the sandbox.
+    # End the service first. The sandbox is its parent and waits for it; then wait for the sandbox.
     if [[ -s $device/sandbox.json && $(<"$device/sandbox.json") =~ \"child-pid\":\ ([0-9]+) ]] &&
         kill -0 "$service_pid" 2>/dev/null; then
         kill -KILL "${BASH_REMATCH[1]}" || true

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// blink RELAY INPUT [COUNT [SECONDS]]: switches a relay on and off in turn, and prints every change
-// of an input meanwhile. Build with: g++ blink.cpp -o blink $(pkg-config --cflags --libs iomapping)
+// blink RELAY INPUT [COUNT [SECONDS]]: switches a relay on and off COUNT times. Meanwhile it prints
+// every change of an input. RELAY and INPUT are register addresses.
+// Build with: g++ blink.cpp -o blink $(pkg-config --cflags --libs iomapping)
 #include <IoMapping.h>
 
 #include <future>
@@ -20,7 +21,7 @@ int main(int argc, char** argv) try {
     const std::chrono::duration<double> interval(args.size() > 3 ? std::stod(args[3]) : 0.5);
 
     IoMapping io;
-    io.enableNotifications(input, print);  // before the first read, so that no change is missed
+    io.enableNotifications(input, print);  // before the first read: no change is lost in between
     print(input, io.readValue(input));
     std::packaged_task<void()> blink([&] {
         for (int i = 1; i <= count; ++i) {
@@ -34,10 +35,10 @@ int main(int argc, char** argv) try {
         io.wakeup();
     });
     while (blinked.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
-        io.run(true);  // which calls print()
+        io.run(true);  // calls print() for each change
     }
     thread.join();
-    blinked.get();  // throws what writeValue() has thrown
+    blinked.get();  // throws again what writeValue() has thrown
 } catch (const std::logic_error&) {
     std::cerr << "usage: blink RELAY INPUT [COUNT [SECONDS]]\n";
     return 2;

@@ -1,8 +1,8 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
 #
-# blink.sh RELAY INPUT [COUNT [SECONDS]]: switches a relay on and off in turn, and prints every
-# change of an input meanwhile. Listening with busctl takes root.
+# blink.sh RELAY INPUT [COUNT [SECONDS]]: switches a relay on and off COUNT times. Meanwhile it prints
+# every change of an input. RELAY and INPUT are register addresses. busctl monitor needs root.
 set -euo pipefail
 [ $# -ge 2 ] || { echo "usage: blink.sh RELAY INPUT [COUNT [SECONDS]]" >&2; exit 2; }
 relay=$1 input=$2 count=${3-10} seconds=${4-0.5}
@@ -11,7 +11,7 @@ call() {
     busctl --system call org.mirel.IoMapping /org/mirel/register org.mirel.Register "$@"
 }
 
-# Before the first read, so that no change is missed.
+# Listen before the first read: no change is lost in between.
 match="sender='org.mirel.IoMapping',interface='org.mirel.Register',member='OnValueChange'"
 exec {changes}< <(exec busctl --system monitor --json=short --match="$match" 2>&1)
 listener=$!
