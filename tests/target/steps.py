@@ -30,8 +30,9 @@ def main():
         command = [re.sub(".*/tests/support/sandbox", "tests/target/guest/sandbox", word)
                    for word in test["command"]]
         limit = SLOWER * int(properties["TIMEOUT"])
-        print(shlex.join(["step", test["name"], str(limit), "env",
-                          *properties["ENVIRONMENT"], *command]))
+        alone = properties.get("RUN_SERIAL") or properties.get("RESOURCE_LOCK")
+        step = "step_alone" if alone else "step"
+        print(shlex.join([step, test["name"], str(limit), "env", *properties["ENVIRONMENT"], *command]))
 
 
 main()
