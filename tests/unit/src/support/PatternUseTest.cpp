@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -47,12 +48,13 @@ std::vector<std::string> uncheckedPatterns(const std::string& source) {
     return matches(source, PATTERN);
 }
 
-/// What a search finds in the sources of library and daemon: how often, by file.
+/// What a search finds in the product's sources: how often, by file.
 std::map<std::string, std::size_t> inSources(
     std::vector<std::string> (*search)(const std::string& source)) {
     const std::filesystem::path root(SOURCE_ROOT);
     std::map<std::string, std::size_t> found;
-    for (const std::string directory : {"include", "src", "tesk", "program", "daemon"}) {
+    std::istringstream folders(SOURCE_FOLDERS);
+    for (std::string directory; folders >> directory;) {
         for (const auto& entry : std::filesystem::recursive_directory_iterator(root / directory)) {
             if (!entry.is_regular_file()) {
                 continue;
@@ -79,7 +81,8 @@ TEST(PatternUseTest, NothingIsFormattedPastThePatternsButInTheKnownPlaces) {
         const auto place = allowed.find(file);
         EXPECT_LE(count, place == allowed.end() ? 0U : place->second) << file;
     }
-    EXPECT_EQ(inSources(formattingCalls).count("src/support/Pattern.h"), 1U) << "nothing was searched";
+    EXPECT_EQ(inSources(formattingCalls).count("src/support/Pattern.h"), 1U)
+        << "nothing was searched";
 }
 
 TEST(PatternUseTest, EveryPatternIsCheckedByTheCompiler) {
