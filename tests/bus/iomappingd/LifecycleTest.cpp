@@ -9,6 +9,7 @@
 
 #include "Build.h"
 #include "BusFixture.h"
+#include "Soak.h"
 #include "WatchedFiles.h"
 
 namespace {
@@ -16,8 +17,8 @@ namespace {
 using testing::HasSubstr;
 
 constexpr const char* NAME = BusClient::SERVICE;
-// The plain build must pass two hundred. The other builds are only slower.
-constexpr int REPETITIONS = EMULATED ? 20 : SANITIZED ? 50 : 200;
+// Two hundred show an end that goes wrong once in a hundred times.
+const int REPETITIONS = soakOr(200, 20);
 constexpr const char* BAD_MAP = R"({"io_mapping": [{"address": 1, "size": 8, "count": 0}]})";
 
 /// How the daemon ends. Each cause leads to the same exit status every time, also while the daemon

@@ -16,12 +16,13 @@
 #include "ChangeListeners.h"
 #include "Deadline.h"
 #include "ProcessFigures.h"
+#include "Soak.h"
 #include "WatchedFiles.h"
 
 namespace {
 
 // A build with a sanitizer checks only what the service announces, in a smaller storm.
-constexpr int CHANGES = SANITIZED ? 10'000 : 100'000;
+const int CHANGES = SANITIZED ? 10'000 : soakOr(100'000, 20'000);
 constexpr int WRITERS = 2;
 constexpr int STORMY_FILES = 1000;
 /// Each of these changes once, in the midst of the storm.
@@ -76,10 +77,10 @@ class StormTest : public BusFixture, public testing::WithParamInterface<int> {
     void write(int writer) {
         std::mt19937 random(static_cast<unsigned>(writer));
         std::uniform_int_distribution<int> choice(0, STORMY_FILES / WRITERS - 1);
-        constexpr int SHARE = CHANGES / WRITERS;
-        for (int value = 1; value <= SHARE; ++value) {
+        const int share = CHANGES / WRITERS;
+        for (int value = 1; value <= share; ++value) {
             set(1 + writer + WRITERS * choice(random), value);
-            if (value == SHARE / 2) {
+            if (value == share / 2) {
                 for (int relay = STORMY_FILES + 1 + writer; relay < LAST_FILE; relay += WRITERS) {
                     set(relay, relay);
                 }
