@@ -37,14 +37,14 @@ struct Edge {
 
 /// One register type that a board serves.
 struct Row {
-    RegisterType type;
+    RegisterType type{RegisterType::UNKNOWN};
     /// The folder of the value file.
-    Folder folder;
+    Folder folder{};
     /// The name of the value file.
-    const char* file;
+    const char* file{nullptr};
     /// Whether a value may be written; the log states why it may not. Null when the type can only
     /// be read.
-    bool (*accepts)(RegisterType type, int value, Poco::Logger& logger);
+    bool (*accepts)(RegisterType type, int value, Poco::Logger& logger){nullptr};
     /// Whether changes of the value file are reported.
     bool isWatched{false};
     /// The edge that configuring an IO selects, if any.
