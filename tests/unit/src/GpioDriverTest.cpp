@@ -29,6 +29,7 @@
 #include "GpioRegister.h"
 #include "LoggerNames.h"
 #include "NotifierAsleep.h"
+#include "RegisterTypes.h"
 #include "TemporaryDirectory.h"
 #include "daemon/DescriptorLimit.h"
 #include "tesk/Exceptions.h"
@@ -58,8 +59,7 @@ constexpr const char* ADDED = "file added to monitor list with fd ";
 /// The types that a register may have, and some numbers that are none, without those served.
 std::vector<RegisterType> otherTypes() {
     std::vector<RegisterType> types;
-    for (int number = -1; number <= 31; ++number) {
-        const auto type = static_cast<RegisterType>(number);
+    for (const RegisterType type : allTypes()) {
         if (type != RegisterType::RTS && type != RegisterType::CTS) {
             types.push_back(type);
         }
