@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
 """documents_test.py BUILD_DIR: checks what the documents say that can be checked: that the programs
-and options of every shell command exist, as do the installed files they name; that links lead
-somewhere; that the man pages have no fault; and that the version is the same everywhere."""
+and options of every shell command exist, as do the installed files they name; that the sources they
+name exist; that links lead somewhere; that the man pages have no fault; and that the version is the
+same everywhere."""
 
 import functools
 import os
@@ -28,6 +29,11 @@ SHELL_WORDS = {"cd", "do", "done", "echo", "exit", "export", "for", "read", "whi
 EXAMPLES = {"./blink", "blink.sh"}
 # An inline text with blanks that begins with one of these is a command.
 INLINE = OURS | {"./dev", "sudo", "cmake", "ctest", "systemctl", "journalctl", "busctl", "gdbus"}
+# What the root holds besides sources; the ends of names that only sources have; and what the names of
+# files have in them that the reader is to write.
+NO_SOURCES = {".git", "build"}
+SOURCES = (".cpp", ".h", ".c", ".py")
+PLACEHOLDERS = re.compile("NEW|AB10")
 
 faults = []
 
@@ -141,6 +147,39 @@ def check_commands():
     return count
 
 
+# ---- sources
+
+
+def sources():
+    """The paths of all files and folders of the repository, from its root."""
+    for directory, folders, files in os.walk(ROOT):
+        here = pathlib.Path(directory).relative_to(ROOT)
+        folders[:] = set(folders) - (NO_SOURCES if directory == str(ROOT) else set())
+        yield from (here / name for name in folders + files)
+
+
+def check_sources():
+    """An inline text is the path of a source if its first folder is one of ours, if it is a folder, or
+    if it ends as only sources do. A name without a folder may be anywhere."""
+    paths = set(sources())
+    names = {path.name for path in paths}
+    ours = {path.name for path in paths if len(path.parts) == 1}
+    count = 0
+    for file in MARKDOWN:
+        if file.name == "CHANGELOG.md":
+            continue  # It may tell of what has gone.
+        prose = re.sub(r"^ *```.*?^ *```", "", file.read_text(), flags=re.M | re.S)
+        for span in re.findall(r"`([\w.+-][\w.+/-]*)`", prose):
+            path = pathlib.Path(span)
+            is_ours = "/" in span and path.parts[0] in ours
+            if not is_ours and not span.endswith((*SOURCES, "/")) or PLACEHOLDERS.search(span):
+                continue
+            count += 1
+            if path not in paths and (len(path.parts) > 1 or path.name not in names):
+                fault(file, f"there is no {span}")
+    return count
+
+
 # ---- links, man pages, versions
 
 
@@ -193,11 +232,15 @@ with tempfile.TemporaryDirectory() as directory:
     subprocess.run(["cmake", "--install", build, "--prefix", staged / "usr"], check=True,
                    stdout=subprocess.DEVNULL)
     commands = check_commands()
+named = check_sources()
 check_links()
 check_man_pages()
 check_versions()
 if commands < 100:
     faults.append(f"only {commands} commands were found in the documents")
+if named < 100:
+    faults.append(f"only {named} sources were found in the documents")
 if faults:
     sys.exit("documents_test:\n" + "\n".join(faults))
-print(f"documents_test: {commands} commands, {len(MARKDOWN)} documents, {len(MAN_PAGES)} man pages")
+print(f"documents_test: {commands} commands, {named} sources, {len(MARKDOWN)} documents, "
+      f"{len(MAN_PAGES)} man pages")
