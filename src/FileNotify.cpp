@@ -199,16 +199,37 @@ bool FileNotify::readInotify() {
     const char* const end = buffer.data() + size;
     for (const char* record = buffer.data(); record < end;) {
         const auto* const event = reinterpret_cast<const inotify_event*>(record);
-        const std::lock_guard<std::mutex> guard(watchesMutex);
+        std::unique_lock<std::mutex> guard(watchesMutex);
         const auto entry = watches.find(event->wd);
         if (entry != watches.end() && entry->second.isFile) {
             entry->second.callback(event->wd);
         } else {
             log(logger, Poco::Message::PRIO_WARNING, EVENT_UNKNOWN, event->wd);
         }
+        guard.unlock();
+        if ((event->mask & IN_Q_OVERFLOW) != 0) {
+            callBackEveryFile();
+        }
         record += sizeof(inotify_event) + event->len;
     }
     return true;
+}
+
+/// The kernel does not tell which changes it dropped. Every file may be one that changed. The queue
+/// can overflow again meanwhile: the kernel then queues a new overflow record, so the last changes
+/// are always followed by a call of every file.
+void FileNotify::callBackEveryFile() {
+    std::unique_lock<std::mutex> guard(watchesMutex);
+    for (auto entry = watches.begin(); entry != watches.end();) {
+        const int key = entry->first;
+        if (entry->second.isFile) {
+            entry->second.callback(key);
+        }
+        // Other threads need not wait for all callbacks to add or end a watch.
+        guard.unlock();
+        guard.lock();
+        entry = watches.upper_bound(key);
+    }
 }
 
 void FileNotify::visitDescriptor(const pollfd& entry) {

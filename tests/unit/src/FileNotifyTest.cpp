@@ -32,6 +32,7 @@
 #include "LoggerNames.h"
 #include "NotifierAsleep.h"
 #include "TemporaryDirectory.h"
+#include "support/FileDescriptor.h"
 #include "tesk/Exceptions.h"
 
 namespace {
@@ -143,13 +144,16 @@ std::array<int, 2> connection() {
     return {sender, receiver};
 }
 
-/// Holds the worker inside a callback until it is let go.
+/// Holds the worker inside the first call of a callback until it is let go.
 class Gate {
  public:
     std::function<void(int)> callback() {
         return [this](int) {
-            entered.set_value();
-            opened.get_future().wait();
+            if (!wasEntered) {
+                wasEntered = true;
+                entered.set_value();
+                opened.get_future().wait();
+            }
         };
     }
     bool isEntered() {
@@ -158,6 +162,7 @@ class Gate {
     void open() { opened.set_value(); }
 
  private:
+    bool wasEntered{false};
     std::promise<void> entered;
     std::promise<void> opened;
 };
@@ -179,6 +184,15 @@ class FileNotifyTest : public testing::Test {
 
     bool isLogged(const std::string& text) const {
         return runUntil([this, &text] { return !log.linesWithText(text).empty(); });
+    }
+
+    /// Waits until the worker has served all that has happened so far.
+    bool allIsServed() {
+        const CallbackRecord calls;
+        const std::string path = file("over" + std::to_string(++eventFiles));
+        notify.enableNotifications(path, calls.callback());
+        modify(path);
+        return calls.reach(1);
     }
 
     /// Watches a file without interest in its changes.
@@ -322,6 +336,17 @@ TEST_F(FileNotifyTest, ServesEveryRecordOfOneReadInOrder) {
     EXPECT_EQ(cycles(), 3U);
 }
 
+/// Changes two files by turns, so that the kernel cannot join the records, until its queue is full
+/// and it drops changes.
+void overflowQueue(const std::string& first, const std::string& second) {
+    const std::size_t limit = std::stoul(readFile("/proc/sys/fs/inotify/max_queued_events"));
+    const std::array<FileDescriptor, 2> files{FileDescriptor(open(first.c_str(), O_WRONLY)),
+                                              FileDescriptor(open(second.c_str(), O_WRONLY))};
+    for (std::size_t count = 0; count < limit + 10; ++count) {
+        ASSERT_EQ(pwrite(files.at(count % 2).get(), "1", 1, 0), 1);
+    }
+}
+
 TEST_F(FileNotifyTest, ServesAFullQueueAndNamesTheOverflowAsAnUnknownFile) {
     const CallbackRecord calls;
     Gate gate;
@@ -334,16 +359,71 @@ TEST_F(FileNotifyTest, ServesAFullQueueAndNamesTheOverflowAsAnUnknownFile) {
     const std::size_t limit = std::stoul(readFile("/proc/sys/fs/inotify/max_queued_events"));
     modify(blocking);
     ASSERT_TRUE(gate.isEntered());
-    const std::array<int, 2> files{open(first.c_str(), O_WRONLY), open(second.c_str(), O_WRONLY)};
-    for (std::size_t count = 0; count < limit + 10; ++count) {
-        ASSERT_EQ(pwrite(files.at(count % 2), "1", 1, 0), 1);
-    }
+    overflowQueue(first, second);
     gate.open();
     ASSERT_TRUE(isLogged("event received of unknown file -1"));
-    EXPECT_EQ(calls.keys().size(), limit);
+    // Both files are told once more, since the kernel does not say what it dropped.
+    EXPECT_TRUE(calls.reach(limit + 2));
+    ASSERT_TRUE(allIsServed());
+    EXPECT_EQ(calls.keys().size(), limit + 2);
     EXPECT_THAT(log.texts(WARNING), ElementsAre("event received of unknown file -1"));
-    close(files[0]);
-    close(files[1]);
+}
+
+TEST_F(FileNotifyTest, AFileWhoseChangeTheKernelDropsIsCalledBackOnceWithItsKey) {
+    const CallbackRecord calls;
+    const CallbackRecord calledDescriptors;
+    Gate gate;
+    const Pipe pipe;
+    const std::string quiet = file("quiet");
+    const std::string first = file("first");
+    const std::string second = file("second");
+    const std::string blocking = file("blocking");
+    const int key = notify.enableNotifications(quiet, calls.callback());
+    watch(first);
+    watch(second);
+    notify.enableNotifications(blocking, gate.callback());
+    notify.enableNotifications(pipe.readEnd(), calledDescriptors.callback());
+    modify(blocking);
+    ASSERT_TRUE(gate.isEntered());
+    overflowQueue(first, second);
+    modify(quiet);
+    gate.open();
+    ASSERT_TRUE(calls.reach(1));
+    ASSERT_TRUE(allIsServed());
+    EXPECT_THAT(calls.keys(), ElementsAre(key));
+    EXPECT_THAT(calledDescriptors.keys(), IsEmpty());
+    notify.disableNotifications(pipe.readEnd());
+}
+
+TEST_F(FileNotifyTest, AFileThatIsTellingWhenTheKernelDropsItsNextChangeIsToldAgain) {
+    const std::string first = file("first");
+    const std::string second = file("second");
+    const std::string blocking = file("blocking");
+    const std::string quiet = file("quiet");
+    Gate gate;
+    Gate gateOfQuiet;
+    std::string told;
+    std::atomic<bool> isTold{false};
+    // The quiet file has the lowest key, so it is the first of those called back.
+    const int key = notify.enableNotifications(quiet, [&](int number) {
+        told = readFile(quiet);
+        gateOfQuiet.callback()(number);
+        isTold = told == "2";
+    });
+    EXPECT_LT(key, watch(first));
+    watch(second);
+    notify.enableNotifications(blocking, gate.callback());
+    modify(blocking);
+    ASSERT_TRUE(gate.isEntered());
+    overflowQueue(first, second);
+    gate.open();
+    ASSERT_TRUE(gateOfQuiet.isEntered());
+    overflowQueue(first, second);
+    directory.file("quiet", "2");
+    gateOfQuiet.open();
+    EXPECT_TRUE(runUntil([&] { return isTold.load(); }));
+    ASSERT_TRUE(allIsServed());
+    EXPECT_EQ(log.linesWithText("event received of unknown file -1").size(), 2U);
 }
 
 TEST_F(FileNotifyTest, LogsTheFileItWatches) {
