@@ -14,7 +14,8 @@ namespace BoardIo {
 void requireIndex(int index, std::uint32_t count);
 
 /// Replaces the text of an edge file, which selects the edges that an input reports. A missing file
-/// is not created. Errors are ignored: a board may have no edge files.
+/// is not created. Errors are told to the log only (see FileTrouble): a board may have no edge
+/// files, but an input whose edges are not selected may never announce a change.
 ///
 /// @param file the path of the edge file
 /// @param edge the text ("both"), written without a line end

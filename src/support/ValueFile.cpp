@@ -2,8 +2,10 @@
 #include "ValueFile.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -11,6 +13,7 @@
 #include <limits>
 
 #include "FileDescriptor.h"
+#include "FileTrouble.h"
 #include "Pattern.h"
 #include "tesk/Exceptions.h"
 
@@ -19,17 +22,34 @@ namespace {
 constexpr Pattern<std::string> READ_OPEN_FAILED("error opening file '%s' for reading");
 constexpr Pattern<std::string> WRITE_OPEN_FAILED("error opening file '%s' for writing");
 
-ssize_t readSome(const FileDescriptor& file, char* buffer, std::size_t size) {
+constexpr const char* OPENED_FOR_READING = "opened for reading";
+constexpr const char* OPENED_FOR_WRITING = "opened for writing";
+constexpr const char* NOT_REGULAR = "not a regular file";
+
+/// A pipe without a writer, or a terminal, would hold up the whole service.
+constexpr int NEVER_WAIT = O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+/// Attributes in sysfs are regular files, too.
+bool isRegular(const FileDescriptor& file) {
+    struct stat status {};
+    return ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+/// Reads at an offset, which pipes, sockets and terminals refuse.
+ssize_t readSome(const FileDescriptor& file, char* buffer, std::size_t size, std::size_t offset) {
     ssize_t got = 0;
     do {
-        got = ::read(file.get(), buffer, size);
+        got = ::pread(file.get(), buffer, size, static_cast<off_t>(offset));
     } while (got < 0 && errno == EINTR);
     return got;
 }
 
-void writeOnce(const FileDescriptor& file, const char* text, std::size_t size) {
-    while (::write(file.get(), text, size) < 0 && errno == EINTR) {
-    }
+ssize_t writeOnce(const FileDescriptor& file, std::string_view text) {
+    ssize_t written = 0;
+    do {
+        written = ::write(file.get(), text.data(), text.size());
+    } while (written < 0 && errno == EINTR);
+    return written;
 }
 
 bool isBlank(char c) {
@@ -44,6 +64,7 @@ class NumberReader {
         for (; text != end; ++text) {
             if (*text >= '0' && *text <= '9') {
                 addDigit(*text - '0');
+                digits = true;
             } else if (!started && (*text == '-' || *text == '+')) {
                 negative = *text == '-';
             } else if (started || !isBlank(*text)) {
@@ -56,6 +77,9 @@ class NumberReader {
         return true;
     }
 
+    /// Whether there is a number.
+    bool hasDigits() const { return digits; }
+
     int value() const { return static_cast<int>(negative ? -magnitude : magnitude); }
 
  private:
@@ -67,6 +91,7 @@ class NumberReader {
     }
 
     bool started{false};
+    bool digits{false};
     bool negative{false};
     std::int64_t magnitude{0};
 };
@@ -75,31 +100,72 @@ class NumberReader {
 
 namespace ValueFile {
 
-int read(const std::string& path) {
-    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+std::optional<int> readUnlessEmpty(const std::string& path) {
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | NEVER_WAIT));
     if (!file.isOpen()) {
+        FileTrouble::report(path, OPENED_FOR_READING, errno);
         throw tesk::InputOutputException(READ_OPEN_FAILED(path));
     }
     NumberReader number;
     std::array<char, 64> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init): read fills it
+    std::size_t length = 0;
     ssize_t got = 0;
     do {
-        got = readSome(file, buffer.data(), buffer.size());
-    } while (got > 0 && number.take(buffer.data(), buffer.data() + got));
-    if (got < 0 && errno == EISDIR) {
+        got = readSome(file, buffer.data(), std::min(buffer.size(), MOST_TEXT - length), length);
+        length += got > 0 ? static_cast<std::size_t>(got) : 0;
+    } while (got > 0 && number.take(buffer.data(), buffer.data() + got) && length < MOST_TEXT);
+    const int error = got < 0 ? errno : 0;
+    // A file that gives a number needs no look at what it is.
+    if (!number.hasDigits() && !isRegular(file)) {
+        FileTrouble::report(path, OPENED_FOR_READING, NOT_REGULAR);
         throw tesk::InputOutputException(READ_OPEN_FAILED(path));
     }
-    return number.value();
+    if (error != 0) {
+        FileTrouble::report(path, "read", error);
+    }
+    return length > 0 ? std::optional<int>(number.value()) : std::nullopt;
+}
+
+std::optional<std::string> readText(const std::string& path) {
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | NEVER_WAIT));
+    if (!file.isOpen() || !isRegular(file)) {
+        return std::nullopt;
+    }
+    std::string text;
+    std::array<char, 4096> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init): read fills it
+    for (ssize_t got = 0; (got = readSome(file, buffer.data(), buffer.size(), text.size())) > 0;) {
+        text.append(buffer.data(), static_cast<std::size_t>(got));
+    }
+    return text;
+}
+
+int read(const std::string& path) {
+    return readUnlessEmpty(path).value_or(0);
+}
+
+bool replaceText(const std::string& path, std::string_view text) {
+    const FileDescriptor file(::open(path.c_str(), O_WRONLY | O_TRUNC | NEVER_WAIT));
+    if (!file.isOpen()) {
+        FileTrouble::report(path, OPENED_FOR_WRITING, errno);
+        return false;
+    }
+    if (!isRegular(file)) {
+        FileTrouble::report(path, OPENED_FOR_WRITING, NOT_REGULAR);
+        return false;
+    }
+    if (writeOnce(file, text) < 0) {
+        FileTrouble::report(path, "written", errno);
+    }
+    return true;
 }
 
 void write(const std::string& path, int value) {
-    const FileDescriptor file(::open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
-    if (!file.isOpen()) {
-        throw tesk::InputOutputException(WRITE_OPEN_FAILED(path));
-    }
     std::array<char, 12> text{};
     const char* const end = std::to_chars(text.data(), text.data() + text.size(), value).ptr;
-    writeOnce(file, text.data(), static_cast<std::size_t>(end - text.data()));
+    const auto length = static_cast<std::size_t>(end - text.data());
+    if (!replaceText(path, {text.data(), length})) {
+        throw tesk::InputOutputException(WRITE_OPEN_FAILED(path));
+    }
 }
 
 }  // namespace ValueFile

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -13,14 +14,15 @@ class ErrorsTest : public BusFixture {
  protected:
     void SetUp() override {
         std::filesystem::remove_all("/sys/class");
-        startService(mapOf({R"({"address": 1, "size": 1, "count": 1})",
-                            R"({"address": 2, "size": 31, "count": 1})",
-                            R"({"address": 10, "size": 8, "count": 1, "type": "reserved"})",
-                            R"({"address": 11, "size": 32, "count": 1, "type": "cpu_temp"})",
-                            R"({"address": 12, "size": 32, "count": 1, "type": "hw_type"})",
-                            R"({"address": 13, "size": 8, "count": 1, "type": "count_relays",
+        service =
+            &startService(mapOf({R"({"address": 1, "size": 1, "count": 1})",
+                                 R"({"address": 2, "size": 31, "count": 1})",
+                                 R"({"address": 10, "size": 8, "count": 1, "type": "reserved"})",
+                                 R"({"address": 11, "size": 32, "count": 1, "type": "cpu_temp"})",
+                                 R"({"address": 12, "size": 32, "count": 1, "type": "hw_type"})",
+                                 R"({"address": 13, "size": 8, "count": 1, "type": "count_relays",
                        "driver": "special"})",
-                            R"({"address": 14, "size": 32, "count": 1,
+                                 R"({"address": 14, "size": 32, "count": 1,
                        "type": "sensor_temp_address_lower"})"}));
         client = std::make_unique<BusClient>();
     }
@@ -32,6 +34,7 @@ class ErrorsTest : public BusFixture {
         return client->call(method, parameters).text();
     }
 
+    Process* service{nullptr};
     std::unique_ptr<BusClient> client;
 };
 
@@ -70,6 +73,16 @@ TEST_F(ErrorsTest, AMissingFileIsNamed) {
     EXPECT_EQ(call("Read", "(11,)"),
               std::string(FAILED) +
                   "error opening file '/sys/class/thermal/thermal_zone0/temp' for reading");
+}
+
+TEST_F(ErrorsTest, APipeInThePlaceOfAFileHoldsNothingUp) {
+    const std::string path = "/sys/class/thermal/thermal_zone0/temp";
+    writeFile("/sys/class/thermal/thermal_zone0/type", "");
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_EQ(call("Read", "(11,)"),
+              std::string(FAILED) + "error opening file '" + path + "' for reading");
+    // The reply does not say why.
+    service->waitForLine("file '" + path + "' cannot be opened for reading: not a regular file");
 }
 
 TEST_F(ErrorsTest, AFailureOfPocoCarriesItsWords) {

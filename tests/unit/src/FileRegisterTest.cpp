@@ -192,7 +192,9 @@ TEST_F(FileRegisterTest, AMissingFileCannotBeReadAndIsNotConverted) {
     EXPECT_THAT([this] { reg->readValue(); }, ThrowsMessage<tesk::InputOutputException>(
                                                   "error opening file '" + path + "' for reading"));
     EXPECT_THAT(driver->calls(), IsEmpty());
-    EXPECT_THAT(log.lines(), IsEmpty());
+    ASSERT_EQ(log.lines().size(), 1U);
+    EXPECT_EQ(log.lines()[0].text,
+              "file '" + path + "' cannot be opened for reading: No such file or directory");
 }
 
 TEST_F(FileRegisterTest, WhatTheConversionThrowsPassesOutWithoutALogLine) {

@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "support/BoardIo.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <limits>
 
+#include "CapturedLog.h"
 #include "TemporaryDirectory.h"
+#include "support/FileDescriptor.h"
 #include "tesk/Exceptions.h"
 
 namespace {
@@ -48,10 +52,26 @@ TEST(BoardIoTest, AMissingEdgeFileIsNotCreated) {
     EXPECT_TRUE(std::filesystem::is_empty(directory.path()));
 }
 
-TEST(BoardIoTest, AnEdgeFileThatCannotBeWrittenIsIgnored) {
+TEST(BoardIoTest, AnEdgeFileThatCannotBeWrittenIsAWarning) {
+    const CapturedLog log;
     const TemporaryDirectory directory;
-    EXPECT_NO_THROW(BoardIo::writeEdge(directory.path(), "both"));
-    EXPECT_NO_THROW(BoardIo::writeEdge("/dev/full", "both"));
+    const std::string missing = directory.path() / "missing";
+    const std::string folder = directory.path();
+    const std::string pipe = directory.path() / "pipe";
+    const std::string memory = directory.path() / "memory";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const FileDescriptor reader(open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    std::filesystem::create_symlink("/proc/self/mem", memory);
+    for (const std::string& file : {missing, folder, pipe, memory}) {
+        EXPECT_NO_THROW(BoardIo::writeEdge(file, "both"));
+    }
+    EXPECT_THAT(
+        log.texts(Poco::Message::PRIO_WARNING),
+        testing::ElementsAre(
+            "file '" + missing + "' cannot be opened for writing: No such file or directory",
+            "file '" + folder + "' cannot be opened for writing: Is a directory",
+            "file '" + pipe + "' cannot be opened for writing: not a regular file",
+            "file '" + memory + "' cannot be written: Input/output error"));
 }
 
 TEST(BoardIoTest, LeavesNoEdgeFileOpen) {

@@ -1,18 +1,27 @@
 // SPDX-License-Identifier: MIT
 #include "support/ValueFile.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/fsuid.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include <array>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <limits>
 #include <map>
+#include <optional>
 #include <random>
 #include <string_view>
 
+#include "CapturedLog.h"
 #include "TemporaryDirectory.h"
+#include "support/FileDescriptor.h"
 #include "tesk/Exceptions.h"
 
 namespace {
@@ -81,7 +90,47 @@ class ValueFileTest : public testing::Test {
         return value;
     }
 
+    /// A regular file whose reading and writing fail: nothing is mapped at address 0. It has
+    /// another name in every test, since each name is warned of once a minute.
+    std::string noPageAtZero() const {
+        const std::string path = directory.path() / "memory";
+        std::error_code exists;
+        std::filesystem::create_symlink("/proc/self/mem", path, exists);
+        return path;
+    }
+
+    /// Expects one line since the last call.
+    void expectWarning(const std::string& text) {
+        const auto lines = log.lines();
+        ASSERT_EQ(lines.size(), 1U);
+        EXPECT_EQ(lines[0].text, text);
+        EXPECT_EQ(lines[0].priority, Poco::Message::PRIO_WARNING);
+        EXPECT_EQ(lines[0].source, "value-file");
+        log.clear();
+    }
+
+    /// A socket with a name.
+    static FileDescriptor boundSocket(const std::string& path) {
+        FileDescriptor result(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+        EXPECT_EQ(bind(result.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        return result;
+    }
+
+    /// The path of a terminal.
+    std::string terminal() const {
+        EXPECT_EQ(grantpt(terminalMaster.get()), 0);
+        EXPECT_EQ(unlockpt(terminalMaster.get()), 0);
+        std::array<char, 64> name{};
+        EXPECT_EQ(ptsname_r(terminalMaster.get(), name.data(), name.size()), 0);
+        return name.data();
+    }
+
+    CapturedLog log;
     TemporaryDirectory directory;
+    FileDescriptor terminalMaster{posix_openpt(O_RDWR | O_NOCTTY)};
 };
 
 TEST_F(ValueFileTest, ReadsTheNumberAtTheStart) {
@@ -178,9 +227,9 @@ TEST_F(ValueFileTest, AFileWithoutPermissionsCannotBeReadOrWritten) {
 }
 
 TEST_F(ValueFileTest, AFileThatOpensButCannotBeReadReadsAsZero) {
-    const std::string noPageAtZero = "/proc/self/mem";
-    EXPECT_EQ(ValueFile::read(noPageAtZero), 0);
-    EXPECT_EQ(extractFrom(noPageAtZero), 0);
+    EXPECT_EQ(ValueFile::read(noPageAtZero()), 0);
+    EXPECT_EQ(extractFrom(noPageAtZero()), 0);
+    expectWarning("file '" + noPageAtZero() + "' cannot be read: Input/output error");
 }
 
 TEST_F(ValueFileTest, WritesTheDigitsWithoutALineEnd) {
@@ -212,8 +261,89 @@ TEST_F(ValueFileTest, WritingNeverCreatesAFile) {
     EXPECT_TRUE(std::filesystem::is_empty(directory.path()));
 }
 
-TEST_F(ValueFileTest, AnErrorAfterTheFileIsOpenIsNotReported) {
-    EXPECT_NO_THROW(ValueFile::write("/dev/full", 1));
+TEST_F(ValueFileTest, AnErrorAfterTheFileIsOpenIsNoExceptionButAWarning) {
+    EXPECT_NO_THROW(ValueFile::write(noPageAtZero(), 1));
+    expectWarning("file '" + noPageAtZero() + "' cannot be written: Input/output error");
+}
+
+TEST_F(ValueFileTest, WhatIsNoFileIsRefusedAtOnce) {
+    const std::string pipe = directory.path() / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const std::string filledPipe = directory.path() / "filled";
+    ASSERT_EQ(mkfifo(filledPipe.c_str(), 0600), 0);
+    const FileDescriptor bothEnds(open(filledPipe.c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(::write(bothEnds.get(), "1\n", 2), 2);
+    const std::string socketPath = directory.path() / "socket";
+    const FileDescriptor socketFile(boundSocket(socketPath));
+    for (const std::string& path :
+         {pipe, filledPipe, socketPath, terminal(), std::string("/dev/null"),
+          std::string("/dev/zero"), std::string("/dev/full")}) {
+        EXPECT_THAT([&path] { ValueFile::read(path); },
+                    ThrowsMessage<tesk::InputOutputException>("error opening file '" + path +
+                                                              "' for reading"));
+        EXPECT_THAT([&path] { ValueFile::write(path, 1); },
+                    ThrowsMessage<tesk::InputOutputException>("error opening file '" + path +
+                                                              "' for writing"));
+        EXPECT_FALSE(ValueFile::readText(path)) << path;
+    }
+    std::array<char, 3> left{};
+    EXPECT_EQ(::read(bothEnds.get(), left.data(), left.size()), 2) << "the pipe was used";
+}
+
+TEST_F(ValueFileTest, AFileThatCannotBeOpenedIsAWarningWithTheReason) {
+    const std::string missing = directory.path() / "nothing";
+    EXPECT_THROW(ValueFile::read(missing), tesk::InputOutputException);
+    expectWarning("file '" + missing + "' cannot be opened for reading: No such file or directory");
+    const std::string other = directory.path() / "other";
+    EXPECT_THROW(ValueFile::write(other, 1), tesk::InputOutputException);
+    expectWarning("file '" + other + "' cannot be opened for writing: No such file or directory");
+    const std::string folder = directory.path();
+    EXPECT_THROW(ValueFile::read(folder), tesk::InputOutputException);
+    expectWarning("file '" + folder + "' cannot be opened for reading: not a regular file");
+}
+
+TEST_F(ValueFileTest, AFileThatFailsAgainAndAgainIsOneWarningAMinute) {
+    const std::string missing = directory.path() / "nothing";
+    const std::string other = directory.path() / "other";
+    for (int i = 0; i < 1000; ++i) {
+        EXPECT_THROW(ValueFile::read(missing), tesk::InputOutputException);
+        EXPECT_THROW(ValueFile::write(missing, 1), tesk::InputOutputException);
+        EXPECT_THROW(ValueFile::read(other), tesk::InputOutputException);
+    }
+    EXPECT_EQ(log.lines().size(), 2U);
+}
+
+TEST_F(ValueFileTest, WhatGoesWellIsNoLine) {
+    const std::string path = write("17\n");
+    ValueFile::read(path);
+    ValueFile::write(path, 2);
+    ValueFile::read(write(""));
+    ValueFile::read(write("none"));
+    EXPECT_THAT(log.lines(), testing::IsEmpty());
+}
+
+TEST_F(ValueFileTest, OnlyTheFirst64KibibytesAreRead) {
+    const std::string justBefore(ValueFile::MOST_TEXT - 2, ' ');
+    EXPECT_EQ(readText(justBefore + "12"), 12);
+    EXPECT_EQ(readText(justBefore + "123"), 12);
+    EXPECT_EQ(readText(justBefore + "  3"), 0);
+    EXPECT_EQ(readText(std::string(ValueFile::MOST_TEXT - 1, '0') + "12"), 1);
+}
+
+TEST_F(ValueFileTest, TellsAnEmptyFileFromAZero) {
+    EXPECT_EQ(ValueFile::readUnlessEmpty(write("0\n")), 0);
+    EXPECT_EQ(ValueFile::readUnlessEmpty(write("\n")), 0);
+    EXPECT_EQ(ValueFile::readUnlessEmpty(write("none")), 0);
+    EXPECT_EQ(ValueFile::readUnlessEmpty(write("-7")), -7);
+    EXPECT_EQ(ValueFile::readUnlessEmpty(write("")), std::nullopt);
+    EXPECT_EQ(ValueFile::readUnlessEmpty(noPageAtZero()), std::nullopt);
+}
+
+TEST_F(ValueFileTest, ReadsAWholeText) {
+    const std::string text = std::string(10'000, 'x') + "\nend";
+    EXPECT_EQ(ValueFile::readText(write(text)), text);
+    EXPECT_EQ(ValueFile::readText(write("")), "");
+    EXPECT_EQ(ValueFile::readText(directory.path() / "nothing"), std::nullopt);
 }
 
 TEST_F(ValueFileTest, LeavesNoFileOpen) {
