@@ -8,7 +8,8 @@
 #include <array>
 #include <cstdint>
 #include <cstdlib>
-#include <fstream>
+#include <optional>
+#include <sstream>
 
 #include "support/DriverRefusal.h"
 #include "support/Log.h"
@@ -59,17 +60,18 @@ int readUptime() {
 }
 
 int readHardwareType() {
-    std::ifstream file(FACTORY_INFO_FILE);
-    if (!file.is_open()) {
+    const auto text = ValueFile::readText(FACTORY_INFO_FILE);
+    if (!text) {
         throw tesk::InputOutputException(READ_OPEN_FAILED(FACTORY_INFO_FILE));
     }
-    const Poco::JSON::Object::Ptr root = tesk::jsonParse(file);
+    std::istringstream stream(*text);
+    const Poco::JSON::Object::Ptr root = tesk::jsonParse(stream);
     const Poco::JSON::Object::Ptr device = root->getObject("HW_DEVICE");
     if (!device || !device->has("Legacy_HW_Type")) {
         throw tesk::NotFoundException("error parsing factory info");
     }
-    const auto text = device->get("Legacy_HW_Type").convert<std::string>();
-    return static_cast<int>(std::strtoll(text.c_str(), nullptr, 10));
+    const auto number = device->get("Legacy_HW_Type").convert<std::string>();
+    return static_cast<int>(std::strtoll(number.c_str(), nullptr, 10));
 }
 
 /// A number at the start of a text, unsigned so that shifts and sums wrap instead of overflowing.
@@ -130,10 +132,11 @@ int VaduDriver::getSerialPortsCount() const {
 }
 
 std::string VaduDriver::readTempSensorAddress(int index) const {
-    std::ifstream list(SENSOR_LIST_FILE);
-    if (!list.is_open()) {
+    const auto text = ValueFile::readText(SENSOR_LIST_FILE);
+    if (!text) {
         throw tesk::InputOutputException("no temperature sensor detected");
     }
+    std::istringstream list(*text);
     std::string address;
     for (int line = 1; std::getline(list, address); ++line) {
         log(logger, Poco::Message::PRIO_INFORMATION, SENSOR_LINE, line, address, index);
@@ -145,12 +148,18 @@ std::string VaduDriver::readTempSensorAddress(int index) const {
 }
 
 int VaduDriver::readSensorTemperature(int index) const {
+    std::optional<int> temperature;
     try {
-        return ValueFile::read(SENSOR_TEMP_FILE(readTempSensorAddress(index)));
+        // The kernel gives an empty text when the conversion fails: the sensor has just left the
+        // bus, or its cable is bad.
+        temperature = ValueFile::readUnlessEmpty(SENSOR_TEMP_FILE(readTempSensorAddress(index)));
     } catch (const tesk::InputOutputException&) {
-        log(logger, Poco::Message::PRIO_NOTICE, SENSOR_NOT_FOUND, index);
-        return SENSOR_MISSING;
+        temperature.reset();
     }
+    if (!temperature) {
+        log(logger, Poco::Message::PRIO_NOTICE, SENSOR_NOT_FOUND, index);
+    }
+    return temperature.value_or(SENSOR_MISSING);
 }
 
 int VaduDriver::readSensorAddressWord(RegisterType type, int value, int index) const {

@@ -6,6 +6,7 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/sysinfo.h>
 
@@ -235,6 +236,27 @@ TEST_F(VaduDriverTest, AMissingSensorReadsAs4096AndIsNoticed) {
     noticesAMissingSensor(0);   // no such line
     noticesAMissingSensor(-1);  // no such line
     noticesAMissingSensor(1);   // no such file
+    sensor("28-1", "");
+    noticesAMissingSensor(1);  // no conversion
+    writeFile("/sys/bus/w1/devices/28-2/name", "");
+    std::filesystem::create_symlink("/proc/self/mem", "/sys/bus/w1/devices/28-2/temperature");
+    noticesAMissingSensor(2);  // a failing conversion
+}
+
+TEST_F(VaduDriverTest, APipeInThePlaceOfAFileIsAsGoodAsNone) {
+    writeFile(SENSOR_LIST, "28-1\n");
+    writeFile("/sys/bus/w1/devices/28-1/name", "");
+    ASSERT_EQ(mkfifo("/sys/bus/w1/devices/28-1/temperature", 0600), 0);
+    EXPECT_EQ(value(TEMPERATURE), 4096);
+    std::filesystem::remove(SENSOR_LIST);
+    ASSERT_EQ(mkfifo(SENSOR_LIST, 0600), 0);
+    EXPECT_THAT([this] { driver.readTempSensorAddress(1); },
+                ThrowsMessage<tesk::InputOutputException>(NO_LIST));
+    writeFile("/tmp/factory_info_partition/other", "");
+    ASSERT_EQ(mkfifo(FACTORY_INFO, 0600), 0);
+    EXPECT_THAT([this] { value(RegisterType::HW_TYPE); },
+                ThrowsMessage<tesk::InputOutputException>(std::string("error opening file '") +
+                                                          FACTORY_INFO + "' for reading"));
 }
 
 TEST_F(VaduDriverTest, TheAddressWordsOfAMissingSensorAreZeroWithoutANotice) {
