@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <utility>
 
 #include "BusContract.h"
 #include "FileRegister.h"
@@ -85,6 +86,8 @@ bool RegisterMap::parseField(const Poco::SharedPtr<Poco::JSON::Object>& field) {
             log(logger, Poco::Message::PRIO_INFORMATION, NEW_REGISTER, reg->toString());
         }
     }
+    ioFields.push_back(
+        {description->driver.get(), description->type, description->address, description->count});
     return true;
 }
 
@@ -102,7 +105,34 @@ std::shared_ptr<Register> RegisterMap::createRegister(const MapFile::Field& fiel
                                               onChange);
     }
     return std::make_shared<FileRegister>(address, field.type, index, field.size, field.driver,
-                                          onChange);
+                                          fileChangeCallback(field, index));
+}
+
+/// The notifier keeps one callback for each file: that of the register that was created last. This
+/// callback speaks for the registers before it, too.
+std::function<void(Register*)> RegisterMap::fileChangeCallback(const MapFile::Field& field,
+                                                               int index) {
+    auto earlier = registersOnIo(field, index);
+    if (earlier.empty()) {
+        return [this](Register* reg) { createNotification(reg); };
+    }
+    return [this, earlier = std::move(earlier)](Register* reg) {
+        for (Register* const other : earlier) {
+            createNotification(other);
+        }
+        createNotification(reg);
+    };
+}
+
+std::vector<Register*> RegisterMap::registersOnIo(const MapFile::Field& field, int index) const {
+    std::vector<Register*> found;
+    for (const IoField& known : ioFields) {
+        if (known.driver == field.driver.get() && known.type == field.type &&
+            index <= known.count) {
+            found.push_back(getRegisterByAddress(known.address + index - 1).get());
+        }
+    }
+    return found;
 }
 
 void RegisterMap::addRegisterAndSorter(const std::shared_ptr<Register>& reg) {

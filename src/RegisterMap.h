@@ -3,6 +3,7 @@
 
 #include <Poco/SharedPtr.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -19,6 +20,9 @@ struct Field;
 }
 
 /// All registers of the device, sorted by address, as one object on D-Bus.
+///
+/// Several registers may be on one value file. A change of the file announces all of them, in the
+/// order of the map file.
 ///
 /// parse() fills the map once, on the thread that serves D-Bus. Afterwards the map is only read.
 /// createNotification() may be called from any thread.
@@ -87,10 +91,22 @@ class RegisterMap : public DBusObject {
  private:
     using Registers = std::vector<std::shared_ptr<Register>>;
 
+    /// Consecutive registers on IOs 1 to `count` of a driver.
+    struct IoField {
+        const DriverInterface* driver;
+        RegisterType type;
+        int address;
+        int count;
+    };
+
     std::shared_ptr<Register> createRegister(const MapFile::Field& field, int address, int index);
+    std::function<void(Register*)> fileChangeCallback(const MapFile::Field& field, int index);
+    std::vector<Register*> registersOnIo(const MapFile::Field& field, int index) const;
     Registers::const_iterator lowerBound(int address) const;
 
     DriverManager& driverManager;
     std::string mapFile;
     Registers registers;
+    /// The fields loaded so far, in the order of the map file.
+    std::vector<IoField> ioFields;
 };

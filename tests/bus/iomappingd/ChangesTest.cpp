@@ -55,6 +55,24 @@ TEST_P(ChangesTest, EveryListenerHearsTheValueOfEveryChange) {
     }
 }
 
+TEST_P(ChangesTest, EveryRegisterOnAFileIsAnnounced) {
+    const std::string relays = R"(, "size": 32, "type": "relay", "driver": "kr62", "count": )";
+    startService(mapOf({files.field(), R"({"address": 500)" + relays + "2}",
+                        R"({"address": 400)" + relays + "1}"}));
+    const ChangeListeners listeners(CHANGE_LISTENER, GetParam());
+    files.set(1, 7);
+    for (const int address : {1, 500, 400}) {
+        EXPECT_TRUE(listeners.waitUntilAllHeard(address, 7)) << "address " << address;
+    }
+    files.set(2, 8);
+    for (const int address : {2, 501}) {
+        EXPECT_TRUE(listeners.waitUntilAllHeard(address, 8)) << "address " << address;
+    }
+    for (std::size_t i = 0; i < listeners.count(); ++i) {
+        EXPECT_EQ(listeners.heard(i).count, 5U);
+    }
+}
+
 TEST_P(ChangesTest, TheLastValueToldIsTheFilesWhoeverWritesAtTheSameTime) {
     constexpr int CHANGES_PER_WRITER = EMULATED ? 100 : 2500;
     startService(mapOf({files.field()}));

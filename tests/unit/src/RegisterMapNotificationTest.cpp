@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -14,7 +16,9 @@
 #include "CapturedLog.h"
 #include "Deadline.h"
 #include "FakeDriver.h"
+#include "KR62Driver.h"
 #include "LoggerNames.h"
+#include "NotifierAsleep.h"
 #include "PeerConnection.h"
 #include "RegisterMap.h"
 #include "TemporaryDirectory.h"
@@ -133,6 +137,36 @@ TEST_F(RegisterMapNotificationTest, WhatADriverReportsIsReadAnewAndNotified) {
         EXPECT_THAT(changes, ElementsAre(Pair(address, 41), Pair(address, 42)));
         EXPECT_EQ(linesOfMap().size(), 2U);
     }
+}
+
+TEST_F(RegisterMapNotificationTest, AChangeOfAFileAnnouncesEveryRegisterOnItInTheOrderOfTheMap) {
+    const std::string board = "/sys/kernel/kr62/";
+    writeFile(board + "info_io", "relays 2\n");
+    writeFile(board + "relays/1/value", "0");
+    writeFile(board + "relays/2/value", "0");
+    const auto setRelay = [&board](int relay) {
+        // Not emptied first, which would be a change of its own.
+        std::fstream(board + "relays/" + std::to_string(relay) + "/value") << "1";
+    };
+    DriverManager boards;
+    boards.addDriver(std::make_shared<KR62Driver>());
+    const PeerConnection connection;
+    BusClient listener{connection.client()};
+    const std::string relays = R"(, "size": 8, "type": "relay", "driver": "kr62", "count": )";
+    const std::string fields = R"({"io_mapping": [{"address": 30)" + relays + R"(2},
+        {"address": 10)" + relays +
+                               R"(1}, {"address": 20)" + relays + "2}]}";
+    RegisterMap shared(connection.service(), directory.file("shared.json", fields), boards);
+    shared.parse();
+    setRelay(1);
+    EXPECT_TRUE(listener.waitForChanges(3));
+    setRelay(2);
+    EXPECT_TRUE(listener.waitForChanges(5));
+    // The watches end here, so that the notifier never calls a register that has gone.
+    std::filesystem::remove_all("/sys/kernel");
+    untilNotifierSleeps(log);
+    EXPECT_THAT(listener.changes(),
+                ElementsAre(Pair(30, 1), Pair(10, 1), Pair(20, 1), Pair(31, 1), Pair(21, 1)));
 }
 
 TEST_F(RegisterMapNotificationTest, AWriteToHardwareIsNotNotifiedUntilTheDriverReportsIt) {
