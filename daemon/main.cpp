@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <malloc.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +18,15 @@
 namespace {
 
 constexpr const char* NAME = "iomappingd";
+
+/// Keeps large blocks, such as a message with a long list, out of the heap, so that their memory
+/// goes back to the system at once. Left to itself, malloc takes them into the heap after the first
+/// one, and keeps them.
+void returnLargeBlocks() {
+    constexpr int LARGE = 128 * 1024;
+    ::mallopt(M_MMAP_THRESHOLD, LARGE);
+    ::mallopt(M_TRIM_THRESHOLD, LARGE);
+}
 
 /// @return the exit status; the service ends by a signal, and so this is a failure
 int serve(const Options& options) {
@@ -41,6 +52,7 @@ int serve(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    returnLargeBlocks();
     endOnSignals();
     try {
         return serve(readOptions(argc, argv));

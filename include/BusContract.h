@@ -2,6 +2,8 @@
 /// @file
 #pragma once
 
+#include <cstddef>
+
 /// What the service and its clients agree on: names on the D-Bus system bus, and the interface.
 ///
 /// The constants need no initialisation, so that constructors of global objects may use them. Each
@@ -19,6 +21,10 @@ inline constexpr const char* INTERFACE_NAME = "org.mirel.Register";
 
 /// The name of the signal that announces the new value of a register.
 inline constexpr const char* CHANGE_SIGNAL = "OnValueChange";
+
+/// How many addresses one ReadList may name. The lists of one client that wait for their turn may
+/// have as many together.
+inline constexpr std::size_t MOST_ADDRESSES = 65'536;
 
 /// The description of the interface: its methods, its signal, and their arguments.
 inline constexpr const char* INTROSPECTION_XML = R"(<node>

@@ -62,9 +62,11 @@ class [[gnu::visibility("default")]] IoMapping {
 
     /// Reads several registers in one call.
     ///
-    /// @param addresses the registers' addresses, in any order; repeated ones are read repeatedly
+    /// @param addresses the registers' addresses, in any order, at most 65536; repeated ones are
+    ///        read repeatedly
     /// @return one value for each address, in the same order
-    /// @throws tesk::InputOutputException as readValue(), when one of them cannot be read
+    /// @throws tesk::InputOutputException as readValue(), when one of them cannot be read; also
+    ///         for more than 65536 addresses, which are not sent
     std::vector<int> readValues(const std::vector<int>& addresses);
 
     /// Writes one register.

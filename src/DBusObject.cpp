@@ -80,6 +80,7 @@ DBusObject::DBusObject(const std::string& name, GDBusConnection* connection,
     if (registrationId == 0) {
         throw tesk::InputOutputException(REGISTRATION_FAILED(objectPath));
     }
+    callLimits.emplace(busConnection, objectPath);
     ObjectCallbacks[objectPath] = this;
 }
 
@@ -131,6 +132,7 @@ void DBusObject::answer(const gchar* methodName, GVariant* parameters,
     GVariant* reply = nullptr;
     GError* error = nullptr;
     receiver.onDBusObjMessage(methodName, parameters, &reply, &error);
+    CallLimits::handled(g_dbus_method_invocation_get_message(invocation.get()));
     if (error != nullptr) {
         const ErrorOwner owner(error);
         if (logger.error()) {

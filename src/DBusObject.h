@@ -6,13 +6,15 @@
 #include <atomic>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 
+#include "support/CallLimits.h"
 #include "support/GLibOwners.h"
 #include "tesk/ObjectBase.h"
 
 /// One object on a D-Bus connection. Passes method calls to onDBusObjMessage(), sends the replies,
-/// and emits signals.
+/// and emits signals. The calls that wait are limited; see CallLimits.
 ///
 /// Objects are created, called and destroyed on one thread, which runs the main context. Only
 /// sendSignal() may be called from any thread.
@@ -74,6 +76,7 @@ class DBusObject : public tesk::ObjectBase {
     std::string objectPath;
     NodeInfoOwner nodeInfo;
     guint registrationId{0};
+    std::optional<CallLimits> callLimits;
     /// How many signals go ahead between two waits. Only the thread that counts signalsLeft down
     /// to 0 uses it, and only before it sets signalsLeft again.
     int signalsAhead;

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "BusContract.h"
+#include "support/CallLimits.h"
 #include "support/ChangeFilter.h"
 #include "support/GLibOwners.h"
 #include "support/Pattern.h"
@@ -221,6 +222,10 @@ int IoMapping::readValue(int address) {
 }
 
 std::vector<int> IoMapping::readValues(const std::vector<int>& addresses) {
+    // A list beyond what the bus carries in one message would cost the connection.
+    if (addresses.size() > BusContract::MOST_ADDRESSES) {
+        throw tesk::InputOutputException(CALL_FAILED(CallLimits::listTooLong(addresses.size())));
+    }
     return unboxInts(
         state->call("ReadList", g_variant_new("(v)", intArray(addresses)), "(v)").get());
 }

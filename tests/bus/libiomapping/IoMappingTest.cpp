@@ -103,6 +103,19 @@ TEST_F(IoMappingTest, ARefusalCarriesTheServicesText) {
     EXPECT_EQ(failureOf([&io] { io.getParams(99); }), prefix + "address '99' not found");
 }
 
+TEST_F(IoMappingTest, AListThatIsTooLongIsNotSent) {
+    startService(map);
+    IoMapping io;
+    EXPECT_EQ(io.readValues(std::vector<int>(65'536, 1)).size(), 65'536U);
+    // The bus would close the connection over a message with the longer list.
+    for (const std::size_t length : {65'537U, 40'000'000U}) {
+        EXPECT_EQ(failureOf([&] { io.readValues(std::vector<int>(length, 1)); }),
+                  "Error calling method: a list may have at most 65536 addresses, not " +
+                      std::to_string(length));
+    }
+    EXPECT_EQ(io.readValue(1), 0);
+}
+
 TEST_F(IoMappingTest, AServiceThatDoesNotAnswerIsGivenUpAfter5Seconds) {
     const Process& service = startService(map);
     IoMapping io;

@@ -14,6 +14,7 @@ TEST(BusContractTest, TheNamesAreThoseThatProgramsOnTheBusKnow) {
     EXPECT_STREQ(BusContract::OBJECT_PATH, "/org/mirel/register");
     EXPECT_STREQ(BusContract::INTERFACE_NAME, "org.mirel.Register");
     EXPECT_STREQ(BusContract::CHANGE_SIGNAL, "OnValueChange");
+    EXPECT_EQ(BusContract::MOST_ADDRESSES, 65'536U);
 }
 
 TEST(BusContractTest, TheClassConstantsHoldTheSame) {
