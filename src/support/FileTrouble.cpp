@@ -17,7 +17,7 @@ namespace FileTrouble {
 
 void report(const std::string& path, const std::string& action, const std::string& reason) {
     // Never destroyed: the notifier's thread reads files until the process is gone.
-    static auto& limit = *new OncePerMinute;
+    static auto& limit = *new OncePerMinute;  // NOLINT(*-avoid-non-const-global-variables)
     if (limit.allows(path, OncePerMinute::Clock::now())) {
         log(Poco::Logger::get(LOGGER_NAME), Poco::Message::PRIO_WARNING, TROUBLE, path, action,
             reason);
