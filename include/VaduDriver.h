@@ -9,7 +9,7 @@
 /// - cpu_temp: what the first thermal zone reports, in thousandths of a degree Celsius
 /// - uptime: seconds since boot
 /// - sensor_temp_value: what the 1-Wire sensor on line `index` of the bus master's list reports, in
-///   thousandths of a degree Celsius; 4096 when there is no such sensor
+///   thousandths of a degree Celsius; 4096 when there is no such sensor or its conversion fails
 /// - sensor_temp_address_lower, sensor_temp_address_higher: the low and high 32 bits of that
 ///   sensor's serial number; 0 when there is no such sensor
 /// - hw_type: the number at the start of the hardware type in the factory information
