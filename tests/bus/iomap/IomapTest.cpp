@@ -4,6 +4,7 @@
 
 #include "Deadline.h"
 #include "IomapFixture.h"
+#include "RegisterType.h"
 
 namespace {
 
@@ -98,13 +99,15 @@ TEST_F(IomapTest, WhatIsNotUnderstoodIsStatus2AndOneLineEvenWithoutABus) {
 }
 
 TEST_F(IomapTest, ATypeThatIsUnknownIsStatus2AndTheTypesAreNamed) {
+    std::string types;
+    for (const RegisterType type : getAllTypes()) {
+        types += (types.empty() ? "" : ", ") + getTypeName(type);
+    }
     for (const char* subcommand : {"list", "watch"}) {
         const Outcome outcome = iomap({subcommand, "--type", "Relay"});
         EXPECT_EQ(outcome.status, 2);
-        EXPECT_THAT(outcome.errors,
-                    MatchesRegex("iomap: no register type 'Relay'; the types are relay, "
-                                 "output_digital, .*, enable_analog, reserved, virtual, unknown; "
-                                 "see iomap --help\n"));
+        EXPECT_EQ(outcome.errors, "iomap: no register type 'Relay'; the types are " + types +
+                                      "; see iomap --help\n");
     }
 }
 
