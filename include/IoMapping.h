@@ -23,11 +23,12 @@
 /// and work again afterwards. Notifications go on, too.
 class [[gnu::visibility("default")]] IoMapping {
  public:
-    /// Connects to the D-Bus system bus, over a connection of its own. The service need not run
-    /// yet.
+    /// Connects to the D-Bus system bus, over a connection of its own. Takes 5 seconds at most.
+    /// Neither calls the service nor starts it; the service need not run yet. Any thread may
+    /// construct an object.
     ///
     /// @throws tesk::InputOutputException "Error initializing DBus: %s" when the bus cannot be
-    ///         reached, "Error creating service proxy: %s" when it refuses
+    ///         reached, "Error creating service proxy: %s" when it refuses or does not answer
     IoMapping();
 
     /// Disconnects. No other thread may be inside a method of the object.
@@ -36,7 +37,8 @@ class [[gnu::visibility("default")]] IoMapping {
     IoMapping(const IoMapping&) = delete;
     IoMapping& operator=(const IoMapping&) = delete;
 
-    /// Whether the service is on the bus at this moment. Does not throw when it is not.
+    /// Whether the service is on the bus at this moment. Does not throw when it is not. A bus that
+    /// does not answer within 5 seconds counts as a service that is not there.
     ///
     /// Each check that finds the service leaves about a kilobyte of memory behind for good: ask now
     /// and then, not all the time. Any call that succeeds proves the same.
@@ -95,9 +97,8 @@ class [[gnu::visibility("default")]] IoMapping {
     /// Has a function called with address and new value whenever a register changes. The function
     /// is called inside run(). It replaces the address's earlier function.
     ///
-    /// Earlier changes are not announced. To miss none, enable the notifications first and then
-    /// read the register: after any call to the service that follows this one, every change is
-    /// announced.
+    /// Every change from now on is announced; earlier changes are not. To miss none, enable the
+    /// notifications first and then read the register.
     ///
     /// A callback may call the other methods of this object, but neither run() nor the four for
     /// notifications: these would wait for the callback itself to end.

@@ -3,6 +3,7 @@
 
 #include <gio/gio.h>
 
+#include <chrono>
 #include <map>
 #include <mutex>
 #include <string>
@@ -12,6 +13,7 @@
 #include "support/ChangeFilter.h"
 #include "support/GLibOwners.h"
 #include "support/Pattern.h"
+#include "support/TimeLimit.h"
 #include "tesk/Exceptions.h"
 
 namespace {
@@ -22,15 +24,24 @@ constexpr Pattern<std::string> PROXY_FAILED("Error creating service proxy: %s");
 constexpr Pattern<std::string> CALL_FAILED("Error calling method: %s");
 constexpr Pattern<std::string> REPLY_UNEXPECTED("the service has replied with the type '%s'");
 
+constexpr const char* TIMED_OUT = "Timeout was reached";
+
 constexpr int CALL_TIMEOUT_MS = 5000;
 
-/// A proxy that neither loads properties nor queues signals of its own.
+/// How long the constructor and a liveness check take at most.
+constexpr std::chrono::milliseconds TIME_LIMIT(CALL_TIMEOUT_MS);
+
+/// A proxy that loads no properties, queues no signals of its own and, while it is constructed,
+/// starts no service.
 constexpr auto PROXY_FLAGS = static_cast<GDBusProxyFlags>(
-    G_DBUS_PROXY_FLAGS_DO_NOT_LOAD_PROPERTIES | G_DBUS_PROXY_FLAGS_DO_NOT_CONNECT_SIGNALS);
+    G_DBUS_PROXY_FLAGS_DO_NOT_LOAD_PROPERTIES | G_DBUS_PROXY_FLAGS_DO_NOT_CONNECT_SIGNALS |
+    G_DBUS_PROXY_FLAGS_DO_NOT_AUTO_START_AT_CONSTRUCTION);
 
 [[noreturn]] void fail(const Pattern<std::string>& pattern, GError* error) {
     const ErrorOwner owner(error);
-    throw tesk::InputOutputException(pattern(error->message));
+    // Only the time limit cancels.
+    const bool timedOut = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED) != FALSE;
+    throw tesk::InputOutputException(pattern(timedOut ? TIMED_OUT : error->message));
 }
 
 struct ConnectionClose {
@@ -44,9 +55,10 @@ using ConnectionOwner = std::unique_ptr<GDBusConnection, ConnectionClose>;
 
 /// A connection of the object's own. A filter on the shared connection would see the messages of
 /// other code in the application, and the loss of the shared connection ends the application.
-ConnectionOwner connectToSystemBus() {
+ConnectionOwner connectToSystemBus(GCancellable* cancellable) {
     GError* error = nullptr;
-    const StringOwner address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &error));
+    const StringOwner address(
+        g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, cancellable, &error));
     if (!address) {
         fail(BUS_FAILED, error);
     }
@@ -54,7 +66,7 @@ ConnectionOwner connectToSystemBus() {
         address.get(),
         static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                           G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-        nullptr, nullptr, &error));
+        nullptr, cancellable, &error));
     if (!connection) {
         fail(BUS_FAILED, error);
     }
@@ -94,6 +106,9 @@ struct IoMapping::State {
     State(const State&) = delete;
     State& operator=(const State&) = delete;
 
+    /// Connects and subscribes, on a thread without a main context of its own.
+    void open(GCancellable* cancellable);
+
     /// Calls a method of the service.
     ///
     /// @return the reply, of the type asked for
@@ -114,26 +129,34 @@ struct IoMapping::State {
     std::shared_ptr<ChangeFilter> filter;
 };
 
-IoMapping::State::State() : connection(connectToSystemBus()) {
+IoMapping::State::State() {
+    withinTimeLimit(TIME_LIMIT, [this](GCancellable* cancellable) { open(cancellable); });
+    holdDefaultContextForOneObject();
+    mainContext = g_main_context_default();
+}
+
+void IoMapping::State::open(GCancellable* cancellable) {
+    connection = connectToSystemBus(cancellable);
     GError* error = nullptr;
     nodeInfo.reset(g_dbus_node_info_new_for_xml(BusContract::INTROSPECTION_XML, &error));
     if (!nodeInfo) {
         fail(INTROSPECTION_FAILED, error);
     }
     const char* const interfaceName = nodeInfo->interfaces[0]->name;
-    proxy.reset(g_dbus_proxy_new_sync(connection.get(), PROXY_FLAGS, nullptr,
-                                      BusContract::SERVICE_NAME, BusContract::OBJECT_PATH,
-                                      interfaceName, nullptr, &error));
-    if (!proxy) {
-        fail(PROXY_FAILED, error);
-    }
     filter = std::make_shared<ChangeFilter>(interfaceName, BusContract::CHANGE_SIGNAL);
     ChangeFilter::attach(filter, connection.get());
     subscriptionId = g_dbus_connection_signal_subscribe(
         connection.get(), BusContract::SERVICE_NAME, interfaceName, BusContract::CHANGE_SIGNAL,
         nullptr, nullptr, G_DBUS_SIGNAL_FLAGS_NONE, onSignal, this, nullptr);
-    holdDefaultContextForOneObject();
-    mainContext = g_main_context_default();
+    // The bus handles what it is sent in order. By its answer to the proxy it confirms the
+    // subscription, too.
+    proxy.reset(g_dbus_proxy_new_sync(connection.get(), PROXY_FLAGS, nullptr,
+                                      BusContract::SERVICE_NAME, BusContract::OBJECT_PATH,
+                                      interfaceName, cancellable, &error));
+    if (!proxy) {
+        g_dbus_connection_signal_unsubscribe(connection.get(), subscriptionId);
+        fail(PROXY_FAILED, error);
+    }
 }
 
 IoMapping::State::~State() {
@@ -189,21 +212,24 @@ IoMapping::IoMapping() : state(std::make_unique<State>()) {}
 IoMapping::~IoMapping() = default;
 
 bool IoMapping::isAlive() {
-    ObjectOwner<GDBusProxy> probe(g_dbus_proxy_new_sync(state->connection.get(), PROXY_FLAGS,
-                                                        nullptr, "org.freedesktop.DBus", "/",
-                                                        "org.freedesktop.DBus", nullptr, nullptr));
-    if (!probe) {
-        return false;
-    }
-    const VariantOwner reply(g_dbus_proxy_call_sync(
-        probe.get(), "GetConnectionUnixProcessID", g_variant_new("(s)", BusContract::SERVICE_NAME),
-        G_DBUS_CALL_FLAGS_NONE, CALL_TIMEOUT_MS, nullptr, nullptr));
-    if (!reply) {
-        return false;
-    }
-    // The probe of a successful check is kept for good.
-    [[maybe_unused]] const GDBusProxy* const kept = probe.release();
-    return true;
+    return withinTimeLimit(TIME_LIMIT, [this](GCancellable* cancellable) {
+        ObjectOwner<GDBusProxy> probe(g_dbus_proxy_new_sync(
+            state->connection.get(), PROXY_FLAGS, nullptr, "org.freedesktop.DBus", "/",
+            "org.freedesktop.DBus", cancellable, nullptr));
+        if (!probe) {
+            return false;
+        }
+        const VariantOwner reply(
+            g_dbus_proxy_call_sync(probe.get(), "GetConnectionUnixProcessID",
+                                   g_variant_new("(s)", BusContract::SERVICE_NAME),
+                                   G_DBUS_CALL_FLAGS_NONE, CALL_TIMEOUT_MS, cancellable, nullptr));
+        if (!reply) {
+            return false;
+        }
+        // The probe of a successful check is kept for good.
+        [[maybe_unused]] const GDBusProxy* const kept = probe.release();
+        return true;
+    });
 }
 
 bool IoMapping::run(bool mayBlock) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -18,11 +19,21 @@ class PrivateBus {
 
     const std::string& address() const { return busAddress; }
 
+    /// Has the bus start a program when somebody calls a name that nobody owns.
+    ///
+    /// @param name the well-known name, which the program then owns
+    /// @param command the program's absolute path and its arguments
+    void startOnDemand(const std::string& name, const std::string& command) const;
+
+    /// Sends a signal to the bus.
+    void signal(int number) const;
+
     /// Ends the bus, as if it had crashed.
     void kill();
 
  private:
     TemporaryDirectory directory;
+    std::filesystem::path services;
     std::string busAddress;
     std::unique_ptr<Process> daemon;
 };

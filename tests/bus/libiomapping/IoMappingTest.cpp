@@ -5,9 +5,11 @@
 
 #include <atomic>
 #include <csignal>
+#include <memory>
 #include <stdexcept>
 #include <thread>
 
+#include "BusConnection.h"
 #include "BusFixture.h"
 #include "Deadline.h"
 #include "tesk/Exceptions.h"
@@ -60,6 +62,79 @@ class IoMappingTest : public BusFixture {
 TEST_F(IoMappingTest, WithoutABusThereIsNoObject) {
     bus.kill();
     EXPECT_THAT(failureOf([] { IoMapping io; }), StartsWith("Error initializing DBus: "));
+}
+
+TEST_F(IoMappingTest, AStoppedBusIsGivenUpAfter5Seconds) {
+    bus.signal(SIGSTOP);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(failureOf([] { IoMapping io; }), "Error initializing DBus: Timeout was reached");
+    const auto waited = std::chrono::steady_clock::now() - start;
+    bus.signal(SIGCONT);
+    EXPECT_GE(waited, std::chrono::milliseconds(4900));
+    EXPECT_LT(waited, std::chrono::seconds(10));
+}
+
+TEST_F(IoMappingTest, OnAStoppedBusNobodyIsAliveAfter5Seconds) {
+    startService(map);
+    IoMapping io;
+    bus.signal(SIGSTOP);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(io.isAlive());
+    const auto waited = std::chrono::steady_clock::now() - start;
+    bus.signal(SIGCONT);
+    EXPECT_LT(waited, std::chrono::seconds(10));
+    EXPECT_TRUE(io.isAlive());
+}
+
+TEST_F(IoMappingTest, OnlyACallStartsTheService) {
+    bus.startOnDemand(BusClient::SERVICE, DAEMON + " --map " + directory.file("map.json", map));
+    IoMapping io;
+    EXPECT_FALSE(io.isAlive());
+    EXPECT_EQ(io.readValue(1), 0);
+    EXPECT_TRUE(io.isAlive());
+}
+
+TEST_F(IoMappingTest, AServiceThatCannotStartFailsTheCallsAndNotTheConstructor) {
+    bus.startOnDemand(BusClient::SERVICE, "/bin/false");
+    IoMapping io;
+    EXPECT_FALSE(io.isAlive());
+    EXPECT_THAT(failureOf([&io] { io.readValue(1); }),
+                StartsWith("Error calling method: GDBus.Error:org.freedesktop.DBus.Error.Spawn."));
+}
+
+TEST_F(IoMappingTest, TheFirstChangeAfterTheConstructionIsNotMissed) {
+    constexpr int OBJECTS = EMULATED ? 50 : 500;
+    const ObjectOwner<GDBusConnection> service = connectToBus();
+    const VariantOwner owned(g_dbus_connection_call_sync(
+        service.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+        "RequestName", g_variant_new("(su)", BusClient::SERVICE, 0), nullptr,
+        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
+    ASSERT_TRUE(owned);
+    for (int i = 0; i < OBJECTS; ++i) {
+        IoMapping io;
+        Changes changes;
+        io.enableNotifications(1, into(changes));
+        g_dbus_connection_emit_signal(service.get(), nullptr, BusClient::PATH, BusClient::INTERFACE,
+                                      "OnValueChange", g_variant_new("(ii)", 1, i), nullptr);
+        ASSERT_TRUE(runClientUntil(io, [&changes] { return !changes.empty(); })) << i;
+    }
+    g_dbus_connection_close_sync(service.get(), nullptr, nullptr);
+}
+
+TEST_F(IoMappingTest, AnObjectOfAThreadWithAMainContextOfItsOwnDeliversInRun) {
+    startService(map);
+    std::unique_ptr<IoMapping> io;
+    std::thread([&io] {
+        GMainContext* const own = g_main_context_new();
+        g_main_context_push_thread_default(own);
+        io = std::make_unique<IoMapping>();
+        g_main_context_pop_thread_default(own);
+        g_main_context_unref(own);
+    }).join();
+    Changes changes;
+    io->enableNotifications(1, into(changes));
+    io->writeValue(1, 1);
+    EXPECT_TRUE(runClientUntil(*io, [&changes] { return !changes.empty(); }));
 }
 
 TEST_F(IoMappingTest, WithoutAServiceEveryCallFailsAndIsAliveIsFalse) {
