@@ -21,6 +21,9 @@
 /// most 5 seconds. Changes are delivered inside run() and nowhere else; an application that only
 /// reads and writes need not call run(). The service may come and go: calls fail while it is away
 /// and work again afterwards. Notifications go on, too.
+///
+/// After fork() the child cannot use its parent's objects, as the threads of GLib stay with the
+/// parent: calls wait for ever. Call exec, or use the class in the child alone.
 class [[gnu::visibility("default")]] IoMapping {
  public:
     /// Connects to the D-Bus system bus, over a connection of its own. Takes 5 seconds at most.
@@ -46,6 +49,10 @@ class [[gnu::visibility("default")]] IoMapping {
 
     /// Delivers pending changes: one iteration of the process's default GLib main context. The
     /// callbacks run inside this call, on this thread.
+    ///
+    /// The loss of the bus ends a run(true) that waits. From then on run(true) waits for 0.1 s at
+    /// most, isAlive() is false, and each call throws "Error calling method: The connection is
+    /// closed". The object stays without a connection: make a new one.
     ///
     /// @param mayBlock whether to wait when nothing is pending
     /// @return whether anything was dispatched

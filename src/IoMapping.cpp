@@ -37,6 +37,10 @@ constexpr auto PROXY_FLAGS = static_cast<GDBusProxyFlags>(
     G_DBUS_PROXY_FLAGS_DO_NOT_LOAD_PROPERTIES | G_DBUS_PROXY_FLAGS_DO_NOT_CONNECT_SIGNALS |
     G_DBUS_PROXY_FLAGS_DO_NOT_AUTO_START_AT_CONSTRUCTION);
 
+/// How long run(true) waits on a closed connection. Nothing will come any more, but a loop around
+/// run(true) must not take the whole processor.
+constexpr guint CLOSED_PAUSE_MS = 100;
+
 [[noreturn]] void fail(const Pattern<std::string>& pattern, GError* error) {
     const ErrorOwner owner(error);
     // Only the time limit cancels.
@@ -77,6 +81,25 @@ ConnectionOwner connectToSystemBus(GCancellable* cancellable) {
 /// Without it the context would be freed while others use it.
 void holdDefaultContextForOneObject() {
     g_main_context_ref(g_main_context_default());
+}
+
+/// One iteration of a main context that waits for a short time at most.
+///
+/// @return whether anything else than the end of that time was dispatched
+bool runBriefly(GMainContext* context) {
+    bool elapsed = false;
+    const SourceOwner pause(g_timeout_source_new(CLOSED_PAUSE_MS));
+    g_source_set_callback(
+        pause.get(),
+        [](gpointer flag) -> gboolean {
+            *static_cast<bool*>(flag) = true;
+            return G_SOURCE_REMOVE;
+        },
+        &elapsed, nullptr);
+    g_source_attach(pause.get(), context);
+    const bool dispatched = g_main_context_iteration(context, TRUE) != FALSE;
+    g_source_destroy(pause.get());
+    return dispatched && !elapsed;
 }
 
 GVariant* intArray(const std::vector<int>& numbers) {
@@ -121,7 +144,6 @@ struct IoMapping::State {
 
     ConnectionOwner connection;
     NodeInfoOwner nodeInfo;
-    ObjectOwner<GDBusProxy> proxy;
     GMainContext* mainContext{nullptr};
     guint subscriptionId{0};
     std::mutex lock;
@@ -149,10 +171,11 @@ void IoMapping::State::open(GCancellable* cancellable) {
         connection.get(), BusContract::SERVICE_NAME, interfaceName, BusContract::CHANGE_SIGNAL,
         nullptr, nullptr, G_DBUS_SIGNAL_FLAGS_NONE, onSignal, this, nullptr);
     // The bus handles what it is sent in order. By its answer to the proxy it confirms the
-    // subscription, too.
-    proxy.reset(g_dbus_proxy_new_sync(connection.get(), PROXY_FLAGS, nullptr,
-                                      BusContract::SERVICE_NAME, BusContract::OBJECT_PATH,
-                                      interfaceName, cancellable, &error));
+    // subscription, too. The proxy is not kept: it would queue each coming and going of the service
+    // until the application runs its main context.
+    const ObjectOwner<GDBusProxy> proxy(
+        g_dbus_proxy_new_sync(connection.get(), PROXY_FLAGS, nullptr, BusContract::SERVICE_NAME,
+                              BusContract::OBJECT_PATH, interfaceName, cancellable, &error));
     if (!proxy) {
         g_dbus_connection_signal_unsubscribe(connection.get(), subscriptionId);
         fail(PROXY_FAILED, error);
@@ -161,7 +184,6 @@ void IoMapping::State::open(GCancellable* cancellable) {
 
 IoMapping::State::~State() {
     g_dbus_connection_signal_unsubscribe(connection.get(), subscriptionId);
-    proxy.reset();
     nodeInfo.reset();
     g_main_context_wakeup(mainContext);
     g_main_context_unref(mainContext);
@@ -171,14 +193,13 @@ IoMapping::State::~State() {
 
 VariantOwner IoMapping::State::call(const char* method, GVariant* parameters,
                                     const char* replyType) const {
-    // By name, not through g_dbus_proxy_call_sync(): the proxy calls the last owner of the name
-    // that it has heard of. In an application that never runs the main context it hears of no new
-    // owner.
+    // By name, not through a proxy: that calls the last owner of the name that it has heard of. In
+    // an application that never runs the main context it hears of no new owner.
     GError* error = nullptr;
     VariantOwner reply(g_dbus_connection_call_sync(
-        connection.get(), g_dbus_proxy_get_name(proxy.get()),
-        g_dbus_proxy_get_object_path(proxy.get()), g_dbus_proxy_get_interface_name(proxy.get()),
-        method, parameters, nullptr, G_DBUS_CALL_FLAGS_NONE, CALL_TIMEOUT_MS, nullptr, &error));
+        connection.get(), BusContract::SERVICE_NAME, BusContract::OBJECT_PATH,
+        nodeInfo->interfaces[0]->name, method, parameters, nullptr, G_DBUS_CALL_FLAGS_NONE,
+        CALL_TIMEOUT_MS, nullptr, &error));
     if (!reply) {
         fail(CALL_FAILED, error);
     }
@@ -212,6 +233,9 @@ IoMapping::IoMapping() : state(std::make_unique<State>()) {}
 IoMapping::~IoMapping() = default;
 
 bool IoMapping::isAlive() {
+    if (g_dbus_connection_is_closed(state->connection.get()) != FALSE) {
+        return false;
+    }
     return withinTimeLimit(TIME_LIMIT, [this](GCancellable* cancellable) {
         ObjectOwner<GDBusProxy> probe(g_dbus_proxy_new_sync(
             state->connection.get(), PROXY_FLAGS, nullptr, "org.freedesktop.DBus", "/",
@@ -233,6 +257,9 @@ bool IoMapping::isAlive() {
 }
 
 bool IoMapping::run(bool mayBlock) {
+    if (mayBlock && g_dbus_connection_is_closed(state->connection.get()) != FALSE) {
+        return runBriefly(state->mainContext);
+    }
     return g_main_context_iteration(state->mainContext, mayBlock ? TRUE : FALSE) != FALSE;
 }
 

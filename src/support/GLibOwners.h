@@ -17,6 +17,9 @@ using VariantOwner = std::unique_ptr<GVariant, GLibRelease<GVariant, g_variant_u
 using NodeInfoOwner =
     std::unique_ptr<GDBusNodeInfo, GLibRelease<GDBusNodeInfo, g_dbus_node_info_unref>>;
 using MainLoopOwner = std::unique_ptr<GMainLoop, GLibRelease<GMainLoop, g_main_loop_unref>>;
+using SourceOwner = std::unique_ptr<GSource, GLibRelease<GSource, g_source_unref>>;
+using MainContextOwner =
+    std::unique_ptr<GMainContext, GLibRelease<GMainContext, g_main_context_unref>>;
 using StringOwner = std::unique_ptr<gchar, GLibRelease<gchar, g_free>>;
 
 /// Owns one reference to a GObject: a connection, a proxy, a message, an invocation.

@@ -5,11 +5,13 @@
 #include <iostream>
 #include <memory>
 
+#include "BusConnection.h"
 #include "BusFixture.h"
 #include "Deadline.h"
 #include "IoMapping.h"
 #include "ProcessFigures.h"
 #include "Soak.h"
+#include "tesk/Exceptions.h"
 
 namespace {
 
@@ -78,6 +80,40 @@ TEST_F(IoMappingLifetimeTest, AnObjectLeavesNoDescriptorBehindAlsoAfterALiveness
         live();
     }
     EXPECT_TRUE(runUntil([before] { return openDescriptors(getpid()) <= before; }));
+}
+
+TEST_F(IoMappingLifetimeTest, NoRestartOfTheServiceQueuesAnythingForAClientThatNeverRuns) {
+    constexpr int RESTARTS = 20;
+    IoMapping io;
+    while (io.run(false)) {
+    }
+    const auto failure = [&io] {
+        try {
+            io.readValue(1);
+        } catch (const tesk::InputOutputException& e) {
+            return std::string(e.what());
+        }
+        return std::string();
+    };
+    // What the connections of this test queue does not count.
+    const MainContextOwner own(g_main_context_new());
+    g_main_context_push_thread_default(own.get());
+    for (int i = 0; i < RESTARTS; ++i) {
+        // Of a service the bus tells that its name has come and gone.
+        const ObjectOwner<GDBusConnection> service = connectToBus();
+        const VariantOwner owned(g_dbus_connection_call_sync(
+            service.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+            "RequestName", g_variant_new("(su)", BusClient::SERVICE, 0), nullptr,
+            G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
+        EXPECT_TRUE(owned);
+        EXPECT_THAT(failure(), testing::HasSubstr("UnknownMethod"));
+        g_dbus_connection_close_sync(service.get(), nullptr, nullptr);
+        const Deadline deadline;
+        while (failure().find("ServiceUnknown") == std::string::npos && !deadline.passed()) {
+        }
+    }
+    g_main_context_pop_thread_default(own.get());
+    EXPECT_FALSE(io.run(false)) << "something was queued";
 }
 
 TEST_F(IoMappingLifetimeTest, AClientThatNeverRunsDoesNotGrowWithTheChangesItIgnores) {

@@ -125,11 +125,10 @@ TEST_F(IoMappingTest, AnObjectOfAThreadWithAMainContextOfItsOwnDeliversInRun) {
     startService(map);
     std::unique_ptr<IoMapping> io;
     std::thread([&io] {
-        GMainContext* const own = g_main_context_new();
-        g_main_context_push_thread_default(own);
+        const MainContextOwner own(g_main_context_new());
+        g_main_context_push_thread_default(own.get());
         io = std::make_unique<IoMapping>();
-        g_main_context_pop_thread_default(own);
-        g_main_context_unref(own);
+        g_main_context_pop_thread_default(own.get());
     }).join();
     Changes changes;
     io->enableNotifications(1, into(changes));
@@ -322,6 +321,37 @@ TEST_F(IoMappingTest, WakeupEndsARunThatBlocksInAnotherThread) {
     io.wakeup();
     runner.join();
     EXPECT_TRUE(returned);
+}
+
+TEST_F(IoMappingTest, TheLossOfTheBusEndsARunThatBlocksAndTheNextCallSaysSo) {
+    startService(map);
+    IoMapping io;
+    EXPECT_EQ(io.readValue(1), 0);
+    std::thread listener([&io] {
+        while (failureOf([&io] { io.readValue(1); }) == "no failure") {
+            io.run(true);
+        }
+    });
+    bus.kill();
+    listener.join();
+    EXPECT_EQ(failureOf([&io] { io.readValue(1); }),
+              "Error calling method: The connection is closed");
+    EXPECT_FALSE(io.isAlive());
+}
+
+TEST_F(IoMappingTest, OnAClosedConnectionRunDoesNotBlock) {
+    startService(map);
+    IoMapping io;
+    bus.kill();
+    EXPECT_TRUE(runClientUntil(io, [&io] {
+        return failureOf([&io] { io.readValue(1); }) ==
+               "Error calling method: The connection is closed";
+    }));
+    EXPECT_TRUE(runClientUntil(io, [&io] { return !io.run(true); }));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(io.run(true));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(90))
+        << "a loop that never asks would keep the processor busy";
 }
 
 TEST_F(IoMappingTest, ManyThreadsCallWhileChangesArrive) {
