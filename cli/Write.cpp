@@ -62,11 +62,16 @@ void write(const Options& options) {
             io.writeValue(next->address, next->value);
         }
     } catch (const tesk::InputOutputException& e) {
-        const std::string reason = reasonOf(e);
+        const bool late = isTimeout(e);
+        const std::string reason =
+            reasonOf(e) + (late ? "; the write may still be carried out" : "");
         if (options.json) {
             printJsonOutcome(assignments, next, reason);
         }
-        std::string text = nameOf(io, next->address) + ": " + reason;
+        // Asking for the register's type would only time out again.
+        std::string text =
+            (late ? "register " + std::to_string(next->address) : nameOf(io, next->address)) +
+            ": " + reason;
         if (assignments.size() > 1) {
             text += "; written before it: " + textOf(assignments.cbegin(), next);
         }

@@ -10,6 +10,7 @@ namespace {
 constexpr std::string_view CALL_PREFIX = "Error calling method: ";
 constexpr std::string_view BUS_PREFIX = "GDBus.Error:";
 constexpr std::string_view NO_BUS = "Error initializing DBus: ";
+constexpr std::string_view TIMEOUT = "Error calling method: Timeout was reached";
 constexpr std::string_view REFUSAL =
     "Error calling method: GDBus.Error:org.freedesktop.DBus.Error.Failed: ";
 
@@ -23,8 +24,7 @@ constexpr std::array<Advice, 5> ADVICE{{
      "the service is not running; start iomappingd"},
     {"Error calling method: GDBus.Error:org.freedesktop.DBus.Error.NoReply",
      "the service has ended before it answered; start iomappingd"},
-    {"Error calling method: Timeout was reached",
-     "the service does not answer; restart iomappingd"},
+    {TIMEOUT, "the service does not answer; restart iomappingd"},
     {"Error calling method: The connection is closed",
      "the D-Bus system bus has gone; start it and iomappingd"},
     {"Error calling method: GDBus.Error:org.freedesktop.DBus.Error.AccessDenied",
@@ -39,6 +39,10 @@ bool startsWith(std::string_view text, std::string_view prefix) {
 
 bool isRefusal(const std::exception& error) {
     return startsWith(error.what(), REFUSAL);
+}
+
+bool isTimeout(const std::exception& error) {
+    return startsWith(error.what(), TIMEOUT);
 }
 
 std::string reasonOf(const std::exception& error) {

@@ -17,3 +17,7 @@ bool isRefusal(const std::exception& error);
 /// The reason in an error of the class IoMapping, in words for the user: without the prefixes of
 /// the library and of GDBus, and with the remedy where there is one.
 std::string reasonOf(const std::exception& error);
+
+/// Whether an error of the class IoMapping is that the service has not answered in time. It may
+/// still carry out the request.
+bool isTimeout(const std::exception& error);

@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include <chrono>
+#include <csignal>
+
 #include "Deadline.h"
 #include "IomapFixture.h"
 
@@ -10,10 +13,11 @@ using testing::IsEmpty;
 class IomapWriteTest : public IomapFixture {
  protected:
     void SetUp() override {
-        startService(mapOf({R"({"address": 10, "size": 1, "count": 4})",
-                            R"({"address": 20, "size": 32, "count": 2})",
-                            R"({"address": 30, "size": 8, "count": 1, "type": "reserved"})",
-                            R"({"address": 40, "size": 32, "count": 1, "type": "cpu_temp"})"}));
+        service = &startService(
+            mapOf({R"({"address": 10, "size": 1, "count": 4})",
+                   R"({"address": 20, "size": 32, "count": 2})",
+                   R"({"address": 30, "size": 8, "count": 1, "type": "reserved"})",
+                   R"({"address": 40, "size": 32, "count": 1, "type": "cpu_temp"})"}));
         client = std::make_unique<BusClient>();
         client->call("Read", "(10,)");
     }
@@ -27,6 +31,8 @@ class IomapWriteTest : public IomapFixture {
         all.pop_back();
         return all;
     }
+
+    const Process* service{nullptr};
 
  private:
     std::unique_ptr<BusClient> client;
@@ -67,6 +73,17 @@ TEST_F(IomapWriteTest, SaysSoWhenNothingIsDone) {
     expectFailure(iomap({"write", "99=1", "10=1"}), 1,
                   "register 99: address '99' not found; written before it: none");
     EXPECT_THAT(changes(), IsEmpty());
+}
+
+TEST_F(IomapWriteTest, AServiceThatDoesNotAnswerIsGivenUpAfterOneTimeout) {
+    service->signal(SIGSTOP);
+    const auto start = std::chrono::steady_clock::now();
+    expectFailure(iomap({"write", "20=5"}), 1,
+                  "register 20: the service does not answer; restart iomappingd; the write may "
+                  "still be carried out");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(9));
+    service->signal(SIGCONT);
+    EXPECT_THAT(changes(), ElementsAre(std::pair(20, 5)));
 }
 
 TEST_F(IomapWriteTest, JsonSaysWhatIsWritten) {
