@@ -3,6 +3,7 @@
 #include <sys/un.h>
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 
 #include "IomapFixture.h"
@@ -107,6 +108,21 @@ TEST_F(IomapStatusTest, WithoutAServiceItIsStatus1AndSaysSo) {
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.output, "{\"alive\":false}\n");
     EXPECT_EQ(outcome.errors, std::string("iomap: ") + ABSENT + "\n");
+}
+
+TEST_F(IomapStatusTest, AServiceThatTheBusCanStartIsReportedAndNotStarted) {
+    bus.startOnDemand(BusClient::SERVICE, DAEMON + " --map " + directory.file("map.json", map));
+    expectFailure(iomap({"status"}), 1, ABSENT);
+    expectFailure(iomap({"status"}), 1, ABSENT);
+}
+
+TEST_F(IomapStatusTest, AStoppedBusIsStatus1After5Seconds) {
+    bus.signal(SIGSTOP);
+    const auto start = std::chrono::steady_clock::now();
+    expectFailure(
+        iomap({"status"}), 1,
+        "cannot reach the D-Bus system bus: Timeout was reached; is dbus-daemon running?");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(9));
 }
 
 TEST_F(IomapStatusTest, WithoutABusItIsStatus1AndSaysSo) {
