@@ -181,7 +181,7 @@ TEST_P(StormTest, WhatTheKernelDropsWhileTheServiceStandsStillIsTold) {
     service.signal(SIGCONT);
     expectTruthIsTold(listeners);
     const VariantOwner reply =
-        BlockingClient().call(Server::DBUS_SERVICE_NAME, "Read", g_variant_new("(i)", LAST_FILE));
+        BlockingClient().call(BusContract::SERVICE_NAME, "Read", g_variant_new("(i)", LAST_FILE));
     gint32 value = 0;
     g_variant_get(reply.get(), "(i)", &value);
     EXPECT_EQ(value, LAST_FILE);
