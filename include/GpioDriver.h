@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -24,7 +25,8 @@ class chip;
 ///
 /// Notifications run on the notifier's thread; everything else belongs to one thread. A
 /// notification must not destroy the driver. Failures of a line or of the chip are libgpiod's own
-/// exceptions, mostly `std::system_error`.
+/// exceptions, mostly `std::system_error`. A line that cannot be read at an edge
+/// ends the process with exit status 1, after a fatal line with chip, line and reason.
 class [[gnu::visibility("default")]] GpioDriver : public DriverInterface {
  public:
     /// Opens the chip, "gpiochip0" for the number 0.
@@ -77,10 +79,15 @@ class [[gnu::visibility("default")]] GpioDriver : public DriverInterface {
 
     void requestOutput(RegisterType type, int index);
     void requestInput(RegisterType type, int index, std::function<void(int)> callback);
+    void add(GpioInfo info);
     void watchEdges(GpioInfo & info);
     void takeEvent(const GpioInfo& info) const;
     const GpioInfo* find(RegisterType type, int index) const;
 
     std::unique_ptr<gpiod::chip> chip;
+    /// The notifier searches the lines at an edge, which may come while the map is being loaded.
+    /// Its thread takes this mutex while the notifier's own is locked: never the other way around.
+    mutable std::mutex infosMutex;
+    /// Only the thread of configureIO() changes it, under the mutex.
     std::vector<GpioInfo> gpioInfos;
 };

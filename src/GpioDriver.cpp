@@ -7,10 +7,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <gpiod.hpp>
 #include <utility>
 
+#include "EndProcess.h"
 #include "FileNotify.h"
 #include "support/DriverRefusal.h"
 #include "support/FileDescriptor.h"
@@ -25,6 +27,9 @@ constexpr Pattern<int, unsigned, int> GPIO_EVENT("gpio event: type %d, line %u, 
 constexpr Pattern<int, unsigned, std::string, int> NUMBER_IS_LOW(
     "descriptor %d of line %u may be taken for a watched file: %s; raise the limit of open files "
     "above %d");
+
+constexpr Pattern<unsigned, std::string, std::string> EDGE_LOST(
+    "line %u of %s cannot be read at an edge: %s");
 
 constexpr unsigned RTS_LINE = 200;
 constexpr unsigned CTS_LINE = 201;
@@ -100,15 +105,20 @@ void GpioDriver::requestOutput(RegisterType type, int index) {
     const gpiod::line line = chip->get_line(RTS_LINE);
     line.request(
         {"rts", gpiod::line_request::DIRECTION_OUTPUT, gpiod::line_request::FLAG_ACTIVE_LOW}, 0);
-    gpioInfos.push_back({type, index, line, {}});
+    add({type, index, line, {}});
 }
 
 void GpioDriver::requestInput(RegisterType type, int index, std::function<void(int)> callback) {
     const gpiod::line line = chip->get_line(CTS_LINE);
     line.request(
         {"cts", gpiod::line_request::EVENT_BOTH_EDGES, gpiod::line_request::FLAG_ACTIVE_LOW}, 0);
-    gpioInfos.push_back({type, index, line, std::move(callback)});
+    add({type, index, line, std::move(callback)});
     watchEdges(gpioInfos.back());
+}
+
+void GpioDriver::add(GpioInfo info) {
+    const std::lock_guard<std::mutex> guard(infosMutex);
+    gpioInfos.push_back(std::move(info));
 }
 
 void GpioDriver::watchEdges(GpioInfo& info) {
@@ -126,12 +136,21 @@ void GpioDriver::watchEdges(GpioInfo& info) {
 }
 
 void GpioDriver::takeEvent(const GpioInfo& info) const {
-    const gpiod::line_event event = info.line.event_read();
-    if (logger.is(Poco::Message::PRIO_INFORMATION)) {
-        log(logger, Poco::Message::PRIO_INFORMATION, GPIO_EVENT, event.event_type,
-            event.source.offset(), event.source.get_value());
+    int value = 0;
+    try {
+        const gpiod::line_event event = info.line.event_read();
+        if (logger.is(Poco::Message::PRIO_INFORMATION)) {
+            log(logger, Poco::Message::PRIO_INFORMATION, GPIO_EVENT, event.event_type,
+                event.source.offset(), event.source.get_value());
+        }
+        value = event.source.get_value();
+    } catch (const std::exception& e) {
+        // The edge is lost, and so may be those to come: nobody must rely on the register.
+        log(logger, Poco::Message::PRIO_FATAL, EDGE_LOST, info.line.offset(), CHIP_NAME(getIndex()),
+            e.what());
+        endProcess(EXIT_FAILURE);
     }
-    info.callback(event.source.get_value());
+    info.callback(value);
 }
 
 std::string GpioDriver::getIOFileName(RegisterType type, int /*index*/) const {
@@ -142,6 +161,7 @@ std::string GpioDriver::getIOFileName(RegisterType type, int /*index*/) const {
 }
 
 int GpioDriver::convertValue(RegisterType type, int value, int index) const {
+    const std::lock_guard<std::mutex> guard(infosMutex);
     const GpioInfo* const info = find(type, index);
     return info != nullptr ? info->line.get_value() : value;
 }
@@ -161,6 +181,7 @@ void GpioDriver::specificWriteValue(RegisterType type, int value, int index) {
     if (type != RegisterType::RTS) {
         DriverRefusal::unsupportedType(type);
     }
+    const std::lock_guard<std::mutex> guard(infosMutex);
     if (const GpioInfo* const info = find(type, index)) {
         info->line.set_value(value);
     }

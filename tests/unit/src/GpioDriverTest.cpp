@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "GpioDriver.h"
 
+#include <Poco/ConsoleChannel.h>
 #include <Poco/Logger.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -534,6 +535,44 @@ TEST_F(GpioDriverTest, AnEmptyCallbackEndsTheProcessAtTheFirstEdge) {
             poll(nullptr, 0, Deadline().milliseconds());
         },
         KilledBySignal(SIGABRT), "std::bad_function_call");
+}
+
+TEST_F(GpioDriverTest, ALineThatCannotBeReadAtAnEdgeEndsTheProcessWithOneFatalLine) {
+    for (const char* const call : {"read", "get"}) {
+        EXPECT_EXIT(
+            {
+                Poco::Logger::root().setChannel(new Poco::ConsoleChannel(std::cerr));
+                driver = std::make_unique<GpioDriver>(1);
+                driver->configureIO(RegisterType::CTS, 1, CallbackRecord().callback());
+                gpiod.fail(call, ENODEV);
+                gpiod.drive("gpiochip1", CTS_LINE, LOW);
+                poll(nullptr, 0, Deadline().milliseconds());
+            },
+            ExitedWithCode(1),
+            "line 201 of gpiochip1 cannot be read at an edge: .*No such device\n$");
+    }
+}
+
+TEST_F(GpioDriverTest, AnEdgeMayComeWhileFurtherLinesAreConfigured) {
+    std::promise<void> searches;
+    std::promise<void> hasSearched;
+    std::atomic<bool> isConfigured{false};
+    configureCts(1, [&](int /*value*/) {
+        searches.set_value();
+        const Deadline deadline;
+        // The last search comes after the end of the configuration.
+        for (bool isLast = false; !isLast && !deadline.passed();) {
+            isLast = isConfigured;
+            driver->convertValue(RegisterType::CTS, 7, 99);
+        }
+        hasSearched.set_value();
+    });
+    driveCts(LOW);
+    searches.get_future().wait();
+    configureRts();
+    isConfigured = true;
+    hasSearched.get_future().wait();
+    EXPECT_EQ(rtsValue(), 0);
 }
 
 /// Watches as many files as the address range has registers, and CTS. The first failure, if any.
