@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "support/Log.h"
 
+#include <Poco/AutoPtr.h>
+#include <Poco/Channel.h>
 #include <gmock/gmock.h>
+
+#include <stdexcept>
 
 #include "CapturedLog.h"
 
@@ -49,6 +53,25 @@ TEST(LogTest, ArgumentsAreEvaluatedAlsoForALineThatIsNotWritten) {
         Counted(conversions));
     EXPECT_EQ(conversions, 1);
     Poco::Logger::destroy("log-test-arguments");
+}
+
+/// A channel that cannot write.
+class BrokenChannel : public Poco::Channel {
+ public:
+    void log(const Poco::Message& /*message*/) override {
+        ++attempts;
+        throw std::runtime_error("the line cannot be written");
+    }
+    int attempts{0};
+};
+
+TEST(LogTest, ALineThatCannotBeWrittenIsLostAndNothingElse) {
+    Poco::Logger& logger = Poco::Logger::get("log-test-broken");
+    const Poco::AutoPtr<BrokenChannel> channel(new BrokenChannel);
+    logger.setChannel(channel);
+    EXPECT_NO_THROW(log(logger, Poco::Message::PRIO_FATAL, PATTERN, 7, "seven"));
+    EXPECT_EQ(channel->attempts, 1);
+    Poco::Logger::destroy("log-test-broken");
 }
 
 }  // namespace
