@@ -27,18 +27,24 @@ constexpr const char* UNRECOGNIZED_CALL =
 /// ahead.
 constexpr int MOST_AHEAD = 128;
 constexpr int FEWEST_AHEAD = 8;
-constexpr std::chrono::milliseconds LONGEST_WAIT{10};
+constexpr std::chrono::milliseconds LONGEST_DELAY{10};
+/// After so many waits, the bus is asked anew how long it takes when no signal is ahead.
+constexpr int WAITS_PER_PROBE = 16;
 
 /// Waits until the bus has taken in all that was sent on a connection.
-void awaitBus(GDBusConnection* connection) {
+///
+/// @return how long that took
+std::chrono::nanoseconds awaitBus(GDBusConnection* connection) {
+    const auto start = std::chrono::steady_clock::now();
     if (g_dbus_connection_get_unique_name(connection) == nullptr) {
         g_dbus_connection_flush_sync(connection, nullptr, nullptr);
-        return;
+    } else {
+        // The bus works in order: its answer, even an error, comes after everything sent before.
+        const VariantOwner answer(g_dbus_connection_call_sync(
+            connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+            "GetId", nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
     }
-    // The bus works in order: its answer, even an error, comes after everything sent before.
-    const VariantOwner answer(g_dbus_connection_call_sync(
-        connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-        "GetId", nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
+    return std::chrono::steady_clock::now() - start;
 }
 
 /// Answers with an empty body. GDBus's own function refuses an empty body where the introspection
@@ -92,15 +98,28 @@ bool DBusObject::sendSignal(const std::string& signalName, GVariant* parameters,
     const bool sent = g_dbus_connection_emit_signal(busConnection, nullptr, objectPath.c_str(),
                                                     nodeInfo->interfaces[0]->name,
                                                     signalName.c_str(), parameters, error) != FALSE;
-    if (--signalsLeft == 0) {
-        const auto start = std::chrono::steady_clock::now();
-        awaitBus(busConnection);
-        const bool isSlow = std::chrono::steady_clock::now() - start > LONGEST_WAIT;
-        signalsAhead =
-            std::clamp(isSlow ? signalsAhead / 2 : signalsAhead * 2, FEWEST_AHEAD, MOST_AHEAD);
-        signalsLeft = signalsAhead;
+    if (--signalsLeft <= 0) {
+        const std::lock_guard<std::mutex> guard(paceMutex);
+        // Another thread may have waited for the bus while this one waited for the mutex.
+        if (signalsLeft <= 0) {
+            letBusCatchUp();
+        }
     }
     return sent;
+}
+
+void DBusObject::letBusCatchUp() {
+    const std::chrono::nanoseconds wait = awaitBus(busConnection);
+    if (waitsUntilProbe == 0) {
+        bareWait = awaitBus(busConnection);
+        waitsUntilProbe = WAITS_PER_PROBE;
+    }
+    --waitsUntilProbe;
+    // What the bus takes in any case is none of the signals' doing: fewer of them would not help.
+    const bool isSlow = wait - bareWait > LONGEST_DELAY;
+    signalsAhead =
+        std::clamp(isSlow ? signalsAhead / 2 : signalsAhead * 2, FEWEST_AHEAD, MOST_AHEAD);
+    signalsLeft = signalsAhead;
 }
 
 void DBusObject::dbusHandleMethodCall(GDBusConnection* /*connection*/, const gchar* /*sender*/,
@@ -114,10 +133,10 @@ void DBusObject::dbusHandleMethodCall(GDBusConnection* /*connection*/, const gch
 
     const auto entry = ObjectCallbacks.find(std::string_view(objectPath));
     if (entry == ObjectCallbacks.end() || entry->second == nullptr) {
-        if (obj->logger.warning()) {
-            obj->logger.warning(Poco::format(UNRECOGNIZED_CALL, std::string(objectPath),
-                                             std::string(interfaceName), std::string(methodName)));
-        }
+        writeLine(obj->logger, Poco::Message::PRIO_WARNING, [&] {
+            return Poco::format(UNRECOGNIZED_CALL, std::string(objectPath),
+                                std::string(interfaceName), std::string(methodName));
+        });
     } else {
         obj->answer(methodName, parameters, std::move(call), *entry->second);
     }

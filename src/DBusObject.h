@@ -4,8 +4,10 @@
 #include <gio/gio.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -36,8 +38,9 @@ class DBusObject : public tesk::ObjectBase {
     /// the registration no call reaches that entry.
     ~DBusObject() override;
 
-    /// Broadcasts a signal of the object's interface. Now and then this waits for the bus: signals
-    /// that the bus cannot take at once would pile up in memory and delay replies.
+    /// Broadcasts a signal of the object's interface. Now and then this waits for the bus, and all
+    /// threads that send wait together: signals that the bus cannot take at once would pile up in
+    /// memory and delay replies.
     ///
     /// @param signalName the signal's name
     /// @param parameters its arguments, a tuple; a floating reference is consumed
@@ -71,14 +74,21 @@ class DBusObject : public tesk::ObjectBase {
  private:
     void answer(const gchar* methodName, GVariant* parameters,
                 ObjectOwner<GDBusMethodInvocation> invocation, DBusObject& receiver);
+    void letBusCatchUp();
 
     GDBusConnection* busConnection;
     std::string objectPath;
     NodeInfoOwner nodeInfo;
     guint registrationId{0};
     std::optional<CallLimits> callLimits;
-    /// How many signals go ahead between two waits. Only the thread that counts signalsLeft down
-    /// to 0 uses it, and only before it sets signalsLeft again.
+    /// Held while the bus is waited for. Its holder needs only the bus, and no other lock.
+    std::mutex paceMutex;
+    /// How many signals go ahead between two waits. Belongs to the holder of paceMutex, as do the
+    /// next two.
     int signalsAhead;
+    /// How long the bus takes when no signal is ahead.
+    std::chrono::nanoseconds bareWait{0};
+    int waitsUntilProbe{0};
+    /// 0 or less: whoever has sent a signal waits.
     std::atomic<int> signalsLeft;
 };

@@ -6,12 +6,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "BusClient.h"
@@ -128,6 +131,99 @@ class Arrivals {
     GDBusConnection* connection;
     std::shared_ptr<State> state{std::make_shared<State>()};
     guint filter;
+};
+
+/// A bus that is as slow as a test wants. It hears signals and answers "Hello" and "GetId".
+class SlowBus {
+ public:
+    /// @param perCall what it takes to answer a call
+    /// @param perSignal what it takes to take in a signal
+    SlowBus(std::chrono::microseconds perCall, std::chrono::microseconds perSignal)
+        : callTime(perCall), signalTime(perSignal) {
+        const StringOwner guid(g_dbus_generate_guid());
+        server.reset(g_dbus_server_new_sync("unix:dir=/tmp", G_DBUS_SERVER_FLAGS_RUN_IN_THREAD,
+                                            guid.get(), nullptr, nullptr, nullptr));
+        g_signal_connect(server.get(), "new-connection", G_CALLBACK(onConnection), this);
+        g_dbus_server_start(server.get());
+        // The server takes the connection in this thread's main context.
+        g_dbus_connection_new_for_address(
+            g_dbus_server_get_client_address(server.get()),
+            static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+            nullptr, nullptr,
+            [](GObject* /*source*/, GAsyncResult* result, gpointer target) {
+                static_cast<ObjectOwner<GDBusConnection>*>(target)->reset(
+                    g_dbus_connection_new_for_address_finish(result, nullptr));
+            },
+            &user);
+        EXPECT_TRUE(runUntil([this] { return user != nullptr; }));
+    }
+    ~SlowBus() {
+        g_dbus_connection_close_sync(user.get(), nullptr, nullptr);
+        g_dbus_server_stop(server.get());
+        g_dbus_connection_close_sync(busSide.get(), nullptr, nullptr);
+    }
+    SlowBus(const SlowBus&) = delete;
+    SlowBus& operator=(const SlowBus&) = delete;
+
+    /// The connection of its one user.
+    GDBusConnection* connection() const { return user.get(); }
+
+    /// What it does, in its own thread, before it answers "GetId"; set before anything is sent.
+    std::function<void()> beforeAnswer;
+
+    /// How many signals came before each "GetId" and after the one before.
+    std::vector<int> signalsBetweenCalls() const {
+        const std::lock_guard<std::mutex> lock(mutex);
+        return batches;
+    }
+
+ private:
+    static gboolean onConnection(GDBusServer* /*server*/, GDBusConnection* connection,
+                                 gpointer bus) {
+        static_cast<SlowBus*>(bus)->busSide.reset(G_DBUS_CONNECTION(g_object_ref(connection)));
+        g_dbus_connection_add_filter(connection, onMessage, bus, nullptr);
+        return TRUE;
+    }
+
+    static GDBusMessage* onMessage(GDBusConnection* connection, GDBusMessage* message,
+                                   gboolean incoming, gpointer bus) {
+        if (incoming == FALSE) {
+            return message;
+        }
+        const ObjectOwner<GDBusMessage> taken(message);
+        static_cast<SlowBus*>(bus)->take(connection, message);
+        return nullptr;
+    }
+
+    void take(GDBusConnection* connection, GDBusMessage* message) {
+        if (g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_SIGNAL) {
+            std::this_thread::sleep_for(signalTime);
+            ++batch;
+            return;
+        }
+        if (std::string(g_dbus_message_get_member(message)) == "GetId") {
+            if (beforeAnswer) {
+                beforeAnswer();
+            }
+            std::this_thread::sleep_for(callTime);
+            const std::lock_guard<std::mutex> lock(mutex);
+            batches.push_back(std::exchange(batch, 0));
+        }
+        const ObjectOwner<GDBusMessage> reply(g_dbus_message_new_method_reply(message));
+        g_dbus_message_set_body(reply.get(), g_variant_new("(s)", ":1.7"));
+        g_dbus_connection_send_message(connection, reply.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE,
+                                       nullptr, nullptr);
+    }
+
+    std::chrono::microseconds callTime;
+    std::chrono::microseconds signalTime;
+    ObjectOwner<GDBusServer> server;
+    ObjectOwner<GDBusConnection> user;
+    ObjectOwner<GDBusConnection> busSide;
+    mutable std::mutex mutex;
+    int batch{0};
+    std::vector<int> batches;
 };
 
 class DBusObjectTest : public testing::Test {
@@ -504,6 +600,60 @@ TEST_F(DBusObjectTest, ASignalOnAClosedConnectionFailsWithAnErrorOfTheCallers) {
     ASSERT_NE(error, nullptr);
     const ErrorOwner owner(error);
     EXPECT_TRUE(g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CLOSED));
+}
+
+// ---- the pace of signals
+
+void sendSignals(DBusObject& object, int count, std::atomic<int>* sent = nullptr) {
+    for (int i = 0; i < count; ++i) {
+        object.sendSignal("Ticked", g_variant_new("(i)", i), nullptr);
+        if (sent != nullptr) {
+            ++*sent;
+        }
+    }
+}
+
+TEST_F(DBusObjectTest, ABusThatIsSlowForEveryCallDoesNotSlowSignalsDown) {
+    using namespace std::chrono_literals;
+    SlowBus bus(15ms, 0ms);
+    TestObject object(bus.connection());
+    constexpr int MOST_AHEAD = 128;
+    constexpr int BATCHES = 10;
+    sendSignals(object, BATCHES * MOST_AHEAD);
+    // There would be over a hundred if the time that every call takes counted. A busy machine may
+    // make some of them.
+    EXPECT_LE(bus.signalsBetweenCalls().size(), 3U * BATCHES);
+}
+
+TEST_F(DBusObjectTest, ABusThatTakesLongForSignalsGetsFewerAtATime) {
+    using namespace std::chrono_literals;
+    SlowBus bus(0ms, 1ms);
+    TestObject object(bus.connection());
+    sendSignals(object, 400);
+    const std::vector<int> batches = bus.signalsBetweenCalls();
+    EXPECT_EQ(batches.front(), 128);
+    EXPECT_LE(batches.back(), 16);
+}
+
+TEST_F(DBusObjectTest, AllThreadsWaitForTheBusTogether) {
+    using namespace std::chrono_literals;
+    std::atomic<int> sent{0};
+    std::atomic<int> most{0};
+    SlowBus bus(0ms, 0ms);
+    // What the threads send while the bus has not answered.
+    bus.beforeAnswer = [&] {
+        const int before = sent;
+        const auto end = std::chrono::steady_clock::now() + 100ms;
+        while (std::chrono::steady_clock::now() < end) {
+            most = std::max(most.load(), sent - before);
+        }
+    };
+    TestObject object(bus.connection());
+    std::thread other([&] { sendSignals(object, 500, &sent); });
+    sendSignals(object, 500, &sent);
+    other.join();
+    // Each thread may have been about to count one.
+    EXPECT_LE(most, 2);
 }
 
 }  // namespace
