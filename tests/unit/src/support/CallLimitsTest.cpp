@@ -211,9 +211,12 @@ TEST_F(CallLimitsTest, ACallWithoutReplyIsDroppedBeyondTheLimit) {
     send(listOf(1), LIMITED, "List", NO_REPLY);
     send(listOf(BusContract::MOST_ADDRESSES + 1), LIMITED, "List", NO_REPLY);
     const guint32 last = send(g_variant_new("(i)", 7), LIMITED, "Plain");
+    // Calls arrive in order: with this refusal, all of them have.
+    EXPECT_EQ(errors.to(send(listOf(1))), refusal(LIST_LIMIT));
+    EXPECT_EQ(errors.count(), 1U);
     carryOut(2);
     EXPECT_EQ(errors.to(last), "");
-    EXPECT_EQ(errors.count(), 1U);
+    EXPECT_EQ(errors.count(), 2U);
 }
 
 TEST_F(CallLimitsTest, OtherPathsAreNotLimited) {
