@@ -40,8 +40,9 @@ class ChangeListeners {
     const HeardChanges& heard(std::size_t listener) const { return *all.at(listener).heard; }
 
     /// Waits until all have heard of a value; false when they do not.
-    bool waitUntilAllHeard(int address, int value) const {
-        const Deadline deadline;
+    bool waitUntilAllHeard(int address, int value,
+                           std::chrono::milliseconds patience = PATIENCE) const {
+        const Deadline deadline(patience);
         while (!allHeard(address, value) && !deadline.passed()) {
             // Memory that other processes write to raises no event.
             std::this_thread::sleep_for(std::chrono::milliseconds(1));

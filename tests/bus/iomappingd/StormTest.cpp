@@ -81,7 +81,7 @@ class StormTest : public BusFixture, public testing::WithParamInterface<int> {
     void expectTruthIsTold(const ChangeListeners& listeners) const {
         for (int relay = 1; relay <= FILES; ++relay) {
             const int value = truth.at(static_cast<std::size_t>(relay));
-            ASSERT_TRUE(listeners.waitUntilAllHeard(relay, value))
+            ASSERT_TRUE(listeners.waitUntilAllHeard(relay, value, STORM_PATIENCE))
                 << "relay " << relay << " is " << value;
         }
     }
