@@ -18,9 +18,9 @@
 /// Watches value files (through inotify) and device descriptors (through poll) and calls back when
 /// they change. One worker thread watches all of them and sleeps until something happens.
 ///
-/// The kernel drops changes when too many wait to be read (fs.inotify.max_queued_events). The worker
-/// then calls back once for every file, so that no change stays untold. A callback must look at the
-/// file: it may be called for a file that did not change.
+/// The kernel drops changes when too many wait to be read (fs.inotify.max_queued_events). The
+/// worker then calls back once for every file, so that no change stays untold. A callback must look
+/// at the file: it may be called for a file that did not change.
 ///
 /// Callbacks run on the worker thread while the table of watches is locked: they must not enable or
 /// disable notifications. An exception of a callback ends the process.
@@ -39,9 +39,9 @@ class FileNotify : public tesk::ObjectBase {
     /// Ends the worker and waits for it.
     ~FileNotify() override;
 
-    /// Calls back at every modification of a file, and once when the kernel has dropped changes: the
-    /// file may have changed or not. A second call for the same file replaces the
-    /// callback. May be called from any thread but from a callback.
+    /// Calls back at every modification of a file, and once when the kernel has dropped changes:
+    /// the file may have changed or not. A second call for the same file replaces the callback. May
+    /// be called from any thread but from a callback.
     ///
     /// @param path an existing file
     /// @param callback called with the key
