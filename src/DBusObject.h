@@ -86,8 +86,8 @@ class DBusObject : public tesk::ObjectBase {
     /// How many signals go ahead between two waits. Belongs to the holder of paceMutex, as do the
     /// next two.
     int signalsAhead;
-    /// How long the bus takes when no signal is ahead.
-    std::chrono::nanoseconds bareWait{0};
+    /// The least that the bus has taken when no signal was ahead.
+    std::chrono::nanoseconds bareWait{std::chrono::nanoseconds::max()};
     int waitsUntilProbe{0};
     /// 0 or less: whoever has sent a signal waits.
     std::atomic<int> signalsLeft;
