@@ -144,7 +144,7 @@ struct IoMapping::State {
 
     ConnectionOwner connection;
     NodeInfoOwner nodeInfo;
-    GMainContext* mainContext{nullptr};
+    GMainContext* mainContext{g_main_context_default()};
     guint subscriptionId{0};
     std::mutex lock;
     std::map<int, std::function<void(int, int)>> callbacks;
@@ -154,7 +154,6 @@ struct IoMapping::State {
 IoMapping::State::State() {
     withinTimeLimit(TIME_LIMIT, [this](GCancellable* cancellable) { open(cancellable); });
     holdDefaultContextForOneObject();
-    mainContext = g_main_context_default();
 }
 
 void IoMapping::State::open(GCancellable* cancellable) {
