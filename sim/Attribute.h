@@ -14,8 +14,8 @@ namespace sim {
 /// file has a fixed length: the value, blanks, and a line end. A new value is written over the old
 /// one in one piece; a reader finds the old value or the new one, never nothing and never the half
 /// of one, and inotify tells of one modification (IN_MODIFY) per change. (File systems in memory
-/// copy the dozen bytes without a lock. A processor that is stopped amid them can show both values
-/// mixed; that has been seen on emulated ones only.)
+/// copy the dozen bytes without a lock. On 64-bit processors the first eight characters come in one
+/// piece; a reader has been seen to find a longer value mixed with the one before it.)
 ///
 /// A client that truncates the file to its own value, as the service does, makes it shorter. It
 /// gets its length back with the next value. One that is longer than the whole file is written

@@ -35,7 +35,11 @@ class Errors {
             connection, note, new std::shared_ptr<State>(state),
             [](gpointer target) { delete static_cast<std::shared_ptr<State>*>(target); });
     }
-    ~Errors() { g_dbus_connection_remove_filter(connection, filter); }
+    ~Errors() {
+        g_dbus_connection_remove_filter(connection, filter);
+        // GDBus's thread has noted its last reply.
+        const std::lock_guard<std::mutex> lock(state->mutex);
+    }
     Errors(const Errors&) = delete;
     Errors& operator=(const Errors&) = delete;
 
