@@ -79,7 +79,8 @@ class [[gnu::visibility("default")]] GpioDriver : public DriverInterface {
 
     void requestOutput(RegisterType type, int index);
     void requestInput(RegisterType type, int index, std::function<void(int)> callback);
-    void add(GpioInfo info);
+    /// Hidden, as no user of the class calls it.
+    [[gnu::visibility("hidden")]] void add(GpioInfo info);
     void watchEdges(GpioInfo & info);
     void takeEvent(const GpioInfo& info) const;
     const GpioInfo* find(RegisterType type, int index) const;
