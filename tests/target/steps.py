@@ -9,7 +9,7 @@ import sys
 
 # What does not run in the machine, and why.
 LEFT_OUT = {
-    r"armhf\.bus\.(EnduranceTest|StormTest)": "bound how fast a service is that is not emulated",
+    r"armhf\.bus\.(EnduranceTest|LimitsTest|StormTest)": "bound how fast a service is that is not emulated",
     r"armhf\.valgrind\..*": "counts references, which are the same there, fifty times slower",
     r"armhf\.bus\.maps": "needs Python with jsonschema; its maps run through bus.* and fuzz.*",
     r"armhf\.(completion|demo\..*|examples|installed)": "for users of a whole Debian, not of the machine",
