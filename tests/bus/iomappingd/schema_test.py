@@ -106,6 +106,36 @@ class Schema(MapTest):
         self.for_each(TOLERATED_MAPS, self.assert_refuses)
 
 
+class LabelsSchema(MapTest):
+    """Of the files of labels. The programs that read labels are tried on the same files elsewhere."""
+
+    BEYOND_A_SCHEMA = {"address-beyond-32-bits", "name-twice", "state-is-named-twice"}
+
+    @classmethod
+    def setUpClass(cls):
+        cls.schema = read_json(ROOT / "data" / "labels.schema.json")
+        cls.validator = Draft202012Validator(cls.schema)
+
+    def assert_refuses(self, path):
+        if path.stem == "not-json":
+            self.assertRaises(ValueError, read_json, path)
+        else:
+            accepted = self.validator.is_valid(read_json(path))
+            self.assertEqual(accepted, path.stem in self.BEYOND_A_SCHEMA)
+
+    def test_is_itself_valid(self):
+        Draft202012Validator.check_schema(self.schema)
+
+    def test_accepts_its_own_examples_and_every_good_file(self):
+        for example in self.schema["examples"]:
+            self.validator.validate(example)
+        good = maps_in(ROOT / "tests" / "labels" / "good") + maps_in(ROOT / "data" / "labels")
+        self.for_each(good, lambda path: self.validator.validate(read_json(path)))
+
+    def test_refuses_every_bad_file_unless_it_cannot_tell(self):
+        self.for_each(maps_in(ROOT / "tests" / "labels" / "bad"), self.assert_refuses)
+
+
 def wait_for_either(*processes):
     """Waits until one of the processes has ended."""
     with contextlib.ExitStack() as stack:
@@ -188,7 +218,7 @@ def system_bus():
 def main(arguments):
     if len(arguments) > 1:
         sys.exit(__doc__)
-    cases = [Corpus, Schema]
+    cases = [Corpus, Schema, LabelsSchema]
     if arguments:
         Service.program = os.path.abspath(arguments[0])
         if not os.access(Service.program, os.X_OK):

@@ -1,0 +1,278 @@
+// SPDX-License-Identifier: MIT
+#include "Labels.h"
+
+#include <Poco/Dynamic/Var.h>
+#include <Poco/Exception.h>
+#include <Poco/JSON/Object.h>
+
+#include <sys/stat.h>
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string_view>
+
+#include "Failure.h"
+#include "tesk/Exceptions.h"
+#include "tesk/Json.h"
+
+namespace {
+
+using Poco::Dynamic::Var;
+using Object = Poco::JSON::Object::Ptr;
+
+/// A label for each register of the longest map, with long texts, fits several times.
+constexpr std::size_t MOST_TEXT = 4 * 1024 * 1024;
+
+constexpr std::size_t MOST_CHARACTERS = 200;
+constexpr double SMALLEST_SCALE = 1e-9;
+constexpr double LARGEST_NUMBER = 1e9;
+
+/// What is wrong with a value; the place is added by whoever knows the place.
+class Fault : public std::runtime_error {
+ public:
+    using std::runtime_error::runtime_error;
+};
+
+std::string textOf(const Var& value) {
+    if (!value.isString()) {
+        throw Fault("must be a text");
+    }
+    std::string text = value.convert<std::string>();
+    if (text.size() > MOST_CHARACTERS) {
+        throw Fault("must have at most " + std::to_string(MOST_CHARACTERS) + " bytes");
+    }
+    if (std::any_of(text.begin(), text.end(),
+                    [](unsigned char c) { return c < 0x20 || c == 0x7F; })) {
+        throw Fault("must not hold control characters");
+    }
+    return text;
+}
+
+bool isLetter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+/// A word can stand wherever a program takes an address or a value: it is no number, no range, no
+/// option, and needs no quotes in a shell.
+std::string wordOf(const Var& value) {
+    std::string text = textOf(value);
+    const auto isWordCharacter = [](char c) {
+        return isLetter(c) || (c >= '0' && c <= '9') || c == '_' || c == '.' || c == '-';
+    };
+    if (text.empty() || !isLetter(text.front()) ||
+        !std::all_of(text.begin(), text.end(), isWordCharacter)) {
+        throw Fault("must be a word: a letter, then letters, digits, '_', '.' or '-'");
+    }
+    return text;
+}
+
+double numberOf(const Var& value) {
+    if (!value.isNumeric() || value.isBoolean() || value.isString()) {
+        throw Fault("must be a number");
+    }
+    const auto number = value.convert<double>();
+    if (!(std::abs(number) <= LARGEST_NUMBER)) {
+        throw Fault("must be a number from -1000000000 to 1000000000");
+    }
+    return number;
+}
+
+double scaleOf(const Var& value) {
+    const double scale = numberOf(value);
+    if (std::abs(scale) < SMALLEST_SCALE) {
+        throw Fault("must not be nearer to 0 than 0.000000001");
+    }
+    return scale;
+}
+
+double deadbandOf(const Var& value) {
+    const double deadband = numberOf(value);
+    if (deadband < 0) {
+        throw Fault("must not be negative");
+    }
+    return deadband;
+}
+
+std::optional<int> parseInt(std::string_view text) {
+    int number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc() && end == text.data() + text.size() ? std::optional(number)
+                                                                    : std::nullopt;
+}
+
+Object objectOf(const Var& value) {
+    if (value.type() != typeid(Object)) {
+        throw Fault("must be an object");
+    }
+    return value.extract<Object>();
+}
+
+std::map<int, std::string> statesOf(const Var& value) {
+    std::map<int, std::string> states;
+    std::set<std::string> names;
+    for (const auto& [key, name] : *objectOf(value)) {
+        const std::optional<int> raw = parseInt(key);
+        if (!raw) {
+            throw Fault("has the key '" + key + "', which is not a raw value in decimal");
+        }
+        const std::string text = wordOf(name);
+        if (!names.insert(text).second) {
+            throw Fault("has two states of the name '" + text + "'");
+        }
+        states[*raw] = text;
+    }
+    return states;
+}
+
+/// One key of a label: what its value is taken for.
+struct Key {
+    std::string_view name;
+    void (*take)(Label& label, const Var& value);
+};
+constexpr std::array<Key, 8> KEYS{{
+    {"name", [](Label& label, const Var& value) { label.name = wordOf(value); }},
+    {"description", [](Label& label, const Var& value) { label.description = textOf(value); }},
+    {"unit", [](Label& label, const Var& value) { label.unit = textOf(value); }},
+    {"group", [](Label& label, const Var& value) { label.group = wordOf(value); }},
+    {"scale", [](Label& label, const Var& value) { label.scale = scaleOf(value); }},
+    {"offset", [](Label& label, const Var& value) { label.offset = numberOf(value); }},
+    {"deadband", [](Label& label, const Var& value) { label.deadband = deadbandOf(value); }},
+    {"states", [](Label& label, const Var& value) { label.states = statesOf(value); }},
+}};
+
+/// Takes labels out of a document, and notes what is wrong with it.
+class Reader {
+ public:
+    std::map<int, Label> labels;
+    std::map<std::string, int> addresses;
+    std::vector<std::string> faults;
+
+    void readDocument(const std::string& text) {
+        std::istringstream in(text);
+        Object root;
+        try {
+            root = tesk::jsonParse(in);
+        } catch (const tesk::ParseException& e) {
+            faults.emplace_back(e.what());
+            return;
+        }
+        if (!root || root->get("labels").type() != typeid(Object)) {
+            faults.emplace_back("there is no object \"labels\"");
+            return;
+        }
+        for (const auto& [address, label] : *root->getObject("labels")) {
+            readLabel(address, label);
+        }
+    }
+
+ private:
+    void readLabel(const std::string& addressText, const Var& value) {
+        const std::optional<int> address = parseInt(addressText);
+        if (!address || *address < 0) {
+            faults.push_back("'" + addressText + "' is not the address of a register in decimal");
+            return;
+        }
+        const std::string place = "register " + addressText + ": ";
+        if (value.type() != typeid(Object)) {
+            faults.push_back(place + "the label must be an object");
+            return;
+        }
+        Label& label = labels[*address];
+        for (const auto& [name, item] : *value.extract<Object>()) {
+            readKey(label, name, item, place);
+        }
+        if (label.name.empty()) {
+            return;
+        }
+        const auto [known, isNew] = addresses.emplace(label.name, *address);
+        if (!isNew) {
+            faults.push_back(place + "register " + std::to_string(known->second) +
+                             " has the name '" + label.name + "' already");
+        }
+    }
+
+    void readKey(Label& label, const std::string& name, const Var& value,
+                 const std::string& place) {
+        const auto* const key = std::find_if(KEYS.begin(), KEYS.end(),
+                                             [&name](const Key& k) { return k.name == name; });
+        if (key == KEYS.end()) {
+            faults.push_back(place + "there is no key '" + name + "'");
+            return;
+        }
+        try {
+            key->take(label, value);
+        } catch (const Fault& e) {
+            faults.push_back(place + name + " " + e.what());
+        }
+    }
+};
+
+/// @return nothing if the file is missing
+std::optional<std::string> contentsOf(const std::string& path) {
+    const auto fail = [&path](const std::string& reason) -> std::optional<std::string> {
+        throw Failure("cannot read '" + path + "': " + reason);
+    };
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) {
+        return errno == ENOENT ? std::nullopt : fail(std::strerror(errno));
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return fail("this is not a regular file");
+    }
+    std::ifstream file(path);
+    if (!file) {
+        return fail(std::strerror(errno));
+    }
+    std::string text(MOST_TEXT + 1, '\0');
+    file.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<std::size_t>(file.gcount()));
+    if (text.size() > MOST_TEXT) {
+        return fail("the file is longer than 4 MiB");
+    }
+    return text;
+}
+
+Reader readFile(const std::string& path) {
+    Reader reader;
+    if (const auto text = contentsOf(path)) {
+        reader.readDocument(*text);
+    }
+    return reader;
+}
+
+}  // namespace
+
+Labels Labels::read(const std::string& path) {
+    Reader reader = readFile(path);
+    if (!reader.faults.empty()) {
+        throw Failure("fault in '" + path + "': " + reader.faults.front());
+    }
+    Labels labels;
+    labels.labels = std::move(reader.labels);
+    labels.addresses = std::move(reader.addresses);
+    return labels;
+}
+
+std::vector<std::string> Labels::faultsOf(const std::string& path) {
+    return readFile(path).faults;
+}
+
+const Label* Labels::find(int address) const {
+    const auto label = labels.find(address);
+    return label == labels.end() ? nullptr : &label->second;
+}
+
+std::optional<int> Labels::addressOf(const std::string& name) const {
+    const auto address = addresses.find(name);
+    return address == addresses.end() ? std::nullopt : std::optional(address->second);
+}
+
+const std::map<int, Label>& Labels::all() const {
+    return labels;
+}
