@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -51,6 +52,10 @@ std::string driverName(const Poco::JSON::Object::Ptr& field) {
 
 bool hasVirtualBackup(const Poco::JSON::Object::Ptr& field) {
     return field->has("virtual_backup") && field->getValue<bool>("virtual_backup");
+}
+
+bool isOneOfSeveral(DriverInterface::Driver driver) {
+    return driver == DriverInterface::PD5 || driver == DriverInterface::GPIOCHIP;
 }
 
 /// The driver that one element of "io_mapping" names; none where the element is faulty.
@@ -113,7 +118,7 @@ std::optional<Field> readField(const Poco::JSON::Object::Ptr& field, DriverManag
         }
         type = RegisterType::VIRTUAL;
     }
-    return Field{address, size, count, type, driver};
+    return Field{address, size, count, type, name, driver};
 }
 
 bool addressIsValid(int address) {
@@ -127,6 +132,24 @@ std::string addressText(const Poco::Dynamic::Var& element) {
                ? element.extract<Poco::JSON::Object::Ptr>()->optValue<std::string>("address",
                                                                                    "none")
                : "none";
+}
+
+bool driverIsKnown(const std::string& name) {
+    const auto& known = DriverInterface::driverToStringMap;
+    return std::any_of(known.begin(), known.end(), [&name](const auto& entry) {
+        return isOneOfSeveral(entry.first) ? driverNumber(name, entry.second + "-").has_value()
+                                           : entry.second == name;
+    });
+}
+
+std::optional<int> driverNumber(const std::string& name, const std::string& prefix) {
+    int number = -1;
+    if (name.rfind(prefix, 0) == 0) {
+        std::from_chars(name.data() + prefix.size(), name.data() + name.size(), number);
+    }
+    // A driver's own name has no other form.
+    const bool isName = number >= 0 && prefix + std::to_string(number) == name;
+    return isName ? std::optional<int>(number) : std::nullopt;
 }
 
 std::set<std::string> driversNamedIn(const std::string& path, const std::string& prefix) {

@@ -25,6 +25,8 @@ struct Field {
     unsigned int size;
     int count;
     RegisterType type;
+    /// The name of the driver, also of a missing one.
+    std::string driverName;
     /// Null only for a field whose driver is missing and that falls back on virtual registers.
     std::shared_ptr<DriverInterface> driver;
 };
@@ -51,6 +53,16 @@ bool addressIsValid(int address);
 
 /// The address that an element of "io_mapping" states, for a message; "none" where it states none.
 std::string addressText(const Poco::Dynamic::Var& element);
+
+/// Whether the library has a driver of this name: "kr62", or "pd5-7" for one of several. Says
+/// nothing of the hardware of the driver.
+bool driverIsKnown(const std::string& name);
+
+/// The number N of a driver's name "PREFIX-N".
+///
+/// @param prefix with the hyphen ("pd5-")
+/// @return nothing for every other form, such as a number with leading zeros
+std::optional<int> driverNumber(const std::string& name, const std::string& prefix);
 
 /// The names of drivers that the fields of a file name and that start with a prefix. Passes over
 /// whatever is wrong with the file or a field.

@@ -81,12 +81,14 @@ TEST_F(BoardsTest, ABrokenBoardIsOneErrorLineAndTheServiceGoesOnWithoutIt) {
     service.signal(SIGTERM);
     EXPECT_EQ(service.waitForExit(), 0);
     const auto lines = Process::lines(service.standardError());
-    ASSERT_EQ(lines.size(), 2U);
+    ASSERT_EQ(lines.size(), 4U);
     EXPECT_THAT(lines[0], HasSubstr("Error iomappingd: the board at /sys/kernel/kr62 is left out: "
                                     "Syntax error: Not a valid unsigned integer: many; see "
                                     "/sys/kernel/kr62/info_io"));
     EXPECT_THAT(lines[1], HasSubstr("Error iomappingd: the board at /sys/kernel/pd5-3 is left out: "
                                     "file /sys/kernel/pd5-3/info_io not found"));
+    EXPECT_THAT(lines[2], HasSubstr("addresses 1-2: virtual, switching nothing: driver 'kr62'"));
+    EXPECT_THAT(lines[3], HasSubstr("address 21: virtual, switching nothing: driver 'pd5-3'"));
 }
 
 TEST_F(BoardsTest, AChipThatIsMissingIsOneErrorLineAndItsFieldsFallBack) {
@@ -97,14 +99,16 @@ TEST_F(BoardsTest, AChipThatIsMissingIsOneErrorLineAndItsFieldsFallBack) {
     EXPECT_EQ(client.call("ReadList", "(<[51, 52, 31]>,)").text(), "(<[0, 1, 6]>,)");
     service.signal(SIGTERM);
     EXPECT_EQ(service.waitForExit(), 0);
-    EXPECT_THAT(Process::lines(service.standardError()), ElementsAre(HasSubstr(CHIP_MISSING)));
+    EXPECT_THAT(Process::lines(service.standardError()),
+                ElementsAre(HasSubstr(CHIP_MISSING), HasSubstr("address 51: virtual, "),
+                            HasSubstr("address 52: virtual, ")));
 }
 
 TEST_F(BoardsTest, AChipThatIsMissingFailsAFieldWithoutABackup) {
     const auto service = launch(mapOf({RTS, CTS_ALONE}));
     EXPECT_EQ(service->waitForExit(), 1);
     EXPECT_THAT(Process::lines(service->standardError()),
-                ElementsAre(HasSubstr(CHIP_MISSING),
+                ElementsAre(HasSubstr(CHIP_MISSING), HasSubstr("address 51: virtual, "),
                             HasSubstr("driver not found or not supported on address 52"),
                             HasSubstr("field io_mapping[1], address 52"),
                             HasSubstr("Fatal server: error parsing field")));

@@ -108,6 +108,7 @@ TEST_F(MapFileTest, AFieldFallsBackOnVirtualRegistersOnlyIfItAsksForIt) {
     ASSERT_TRUE(field.has_value());
     EXPECT_EQ(field->type, RegisterType::VIRTUAL);
     EXPECT_EQ(field->driver, nullptr);
+    EXPECT_EQ(field->driverName, "kr62");
     const std::string reason = "driver not found or not supported on address 5";
     expectRefused(start + "}", reason);
     expectRefused(start + R"(, "virtual_backup": false})", reason);
@@ -120,6 +121,17 @@ TEST_F(MapFileTest, AFieldIsRefusedWithTheReason) {
     expectRefused(R"({"address": 1, "size": 0})", "invalid value for size: 0");
     expectRefused(R"({"address": 1, "size": 1})", "count is missing");
     expectRefused(R"({"address": 1, "size": 1, "count": 0})", "invalid value for count: 0");
+}
+
+TEST_F(MapFileTest, ADriverIsKnownByItsNameAlone) {
+    for (const char* name :
+         {"vadu", "kr62", "special", "pd5-0", "pd5-15", "gpiochip-0", "gpiochip-2147483647"}) {
+        EXPECT_TRUE(MapFile::driverIsKnown(name)) << name;
+    }
+    for (const char* name : {"", "kr26", "KR62", "kr62 ", "kr62-0", "pd5", "pd5-", "pd5-01",
+                             "pd5--1", "pd5-1x", "pd5-2147483648", "gpiochip", "xpd5-1"}) {
+        EXPECT_FALSE(MapFile::driverIsKnown(name)) << name;
+    }
 }
 
 TEST_F(MapFileTest, AnUnknownTypeIsNotFoundBeforeTheDriverIsLookedUp) {
