@@ -13,6 +13,7 @@
 #include "program/LogOutput.h"
 #include "program/Report.h"
 #include "program/Signals.h"
+#include "program/StandardDescriptors.h"
 #include "program/UsageError.h"
 
 namespace {
@@ -52,6 +53,7 @@ int serve(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    fillStandardDescriptors();
     returnLargeBlocks();
     endOnSignals();
     try {

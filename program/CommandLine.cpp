@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "Report.h"
+#include "StandardDescriptors.h"
 #include "UsageError.h"
 
 namespace {
@@ -20,6 +21,7 @@ void parse(CLI::App& app, int argc, char** argv) {
 
 int runProgram(CLI::App& app, int argc, char** argv,
                std::string (*reasonOf)(const std::exception& error)) {
+    fillStandardDescriptors();
     int status = EXIT_SUCCESS;
     try {
         parse(app, argc, argv);

@@ -6,8 +6,9 @@
 #include <exception>
 #include <string>
 
-/// Runs a program whose command line CLI11 reads: parses the line, which does the work, and reports
-/// a failure on one line of standard error under the name of the app.
+/// Runs a program whose command line CLI11 reads: fills the standard descriptors, parses the line,
+/// which does the work, and reports a failure on one line of standard error under the name of the
+/// app.
 ///
 /// An app that takes a subcommand (`app.require_subcommand(0, 1)`) is refused a line without one.
 ///

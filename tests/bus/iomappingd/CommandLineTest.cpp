@@ -65,6 +65,16 @@ TEST_F(CommandLineTest, AtTheDefaultLevelAGoodStartIsSilent) {
     EXPECT_EQ(service.standardOutput(), "");
 }
 
+TEST_F(CommandLineTest, ClosedStandardDescriptorsAreNoTargetOfTheLog) {
+    const std::string path = directory.file("map.json", map);
+    const Process service({"sh", "-c", R"(exec "$0" "$@" <&- >&- 2>&-)", DAEMON, "--map", path,
+                           "--log-level", "information"});
+    BusClient client;
+    client.waitForService();
+    EXPECT_EQ(client.call("Write", "(1, 7)").text(), "()");
+    EXPECT_EQ(client.call("Read", "(1,)").text(), "(7,)");
+}
+
 TEST_F(CommandLineTest, OnATerminalALineHasTimePriorityAndLogger) {
     Process& service = startService(map, {"--log-level", "information"});
     EXPECT_EQ(BusClient().call("Read", "(1,)").text(), "(0,)");
