@@ -3,7 +3,6 @@
 
 #include <Poco/AutoPtr.h>
 #include <Poco/Exception.h>
-#include <Poco/FormattingChannel.h>
 #include <Poco/Logger.h>
 #include <Poco/PatternFormatter.h>
 
@@ -32,8 +31,7 @@ void openLog(int level) {
     const bool journal = std::getenv("JOURNAL_STREAM") != nullptr;
     const Poco::AutoPtr<Poco::PatternFormatter> formatter(
         new Poco::PatternFormatter(journal ? JOURNAL_LINE : TERMINAL_LINE));
-    const Poco::AutoPtr<StandardErrorChannel> output(new StandardErrorChannel);
-    Poco::Logger::root().setChannel(
-        Poco::AutoPtr<Poco::FormattingChannel>(new Poco::FormattingChannel(formatter, output)));
+    const Poco::AutoPtr<StandardErrorChannel> output(new StandardErrorChannel(formatter));
+    Poco::Logger::root().setChannel(output);
     Poco::Logger::root().setLevel(level);
 }

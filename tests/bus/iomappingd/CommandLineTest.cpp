@@ -1,5 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
 
 #include "BusFixture.h"
 #include "Outcome.h"
@@ -73,6 +78,38 @@ TEST_F(CommandLineTest, ClosedStandardDescriptorsAreNoTargetOfTheLog) {
     client.waitForService();
     EXPECT_EQ(client.call("Write", "(1, 7)").text(), "()");
     EXPECT_EQ(client.call("Read", "(1,)").text(), "(7,)");
+}
+
+TEST_F(CommandLineTest, AStandardErrorThatNobodyReadsStopsNothing) {
+    constexpr int CALLS = 3000;
+    const std::string fifo = directory.path() / "log";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const FileDescriptor readEnd(open(fifo.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    const auto drained = [&readEnd] {
+        std::string text;
+        std::array<char, 4096> piece{};
+        for (ssize_t got = 0; (got = read(readEnd.get(), piece.data(), piece.size())) > 0;) {
+            text.append(piece.data(), static_cast<std::size_t>(got));
+        }
+        return text;
+    };
+    const std::string path = directory.file("map.json", map);
+    const Process service({"sh", "-c", R"(exec 2>"$0"; exec "$@")", fifo, DAEMON, "--map", path});
+    BusClient client;
+    client.waitForService();
+    for (int call = 1; call <= CALLS; ++call) {
+        const std::string address = std::to_string(1000 + call);
+        ASSERT_EQ(client.call("Read", "(" + address + ",)").errorText,
+                  "address '" + address + "' not found");
+    }
+    const std::size_t written = Process::lines(drained()).size();
+    ASSERT_GT(written, 0U);
+    ASSERT_LT(written, CALLS);
+    client.call("Read", "(2,)");
+    const std::string rest = drained();
+    EXPECT_THAT(rest, HasSubstr(" Warning log: " + std::to_string(CALLS - written) +
+                                " log lines before this one are lost: nobody read them\n"));
+    EXPECT_THAT(rest, HasSubstr("address '2' not found\n"));
 }
 
 TEST_F(CommandLineTest, OnATerminalALineHasTimePriorityAndLogger) {

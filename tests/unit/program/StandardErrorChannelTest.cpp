@@ -2,17 +2,22 @@
 #include "program/StandardErrorChannel.h"
 
 #include <Poco/AutoPtr.h>
+#include <Poco/PatternFormatter.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "Process.h"
 #include "TemporaryDirectory.h"
+#include "support/FileDescriptor.h"
 
 namespace {
 
@@ -33,20 +38,86 @@ class Redirection {
     int saved;
 };
 
-class StandardErrorChannelTest : public testing::Test {
- protected:
+/// Standard error that goes into a file descriptor, and a channel on it.
+class Output {
+ public:
+    explicit Output(int target)
+        : redirection(target),
+          channel(new StandardErrorChannel(
+              Poco::AutoPtr<Poco::Formatter>(new Poco::PatternFormatter("%t")))) {}
+
     void log(const std::string& text) {
         channel->log(Poco::Message("source", text, Poco::Message::PRIO_ERROR));
     }
 
+ private:
+    Redirection redirection;
+    Poco::AutoPtr<StandardErrorChannel> channel;
+};
+
+/// Two ends, of which the first one is read.
+using Ends = std::array<FileDescriptor, 2>;
+
+Ends ownerOf(const std::array<int, 2>& ends) {
+    return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+}
+
+Ends pipeEnds() {
+    std::array<int, 2> ends{};
+    EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    return ownerOf(ends);
+}
+
+/// A pipe that the process may write to, and must not open once more.
+Ends foreignPipe() {
+    Ends ends = pipeEnds();
+    EXPECT_EQ(fchmod(ends[1].get(), 0), 0);
+    return ends;
+}
+
+Ends socketEnds() {
+    std::array<int, 2> ends{};
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+    return ownerOf(ends);
+}
+
+/// Logs numbered lines of a length until the output is full and one hundred of them are lost.
+///
+/// @return how many lines were logged
+std::size_t overfill(Output& output, int readEnd, std::size_t length) {
+    std::size_t logged = 0;
+    int held = 0;
+    for (std::size_t lost = 0; lost < 100;) {
+        const std::string number = std::to_string(++logged);
+        output.log(number + std::string(length - number.size(), 'x'));
+        const int before = std::exchange(held, 0);
+        EXPECT_EQ(ioctl(readEnd, FIONREAD, &held), 0);
+        lost = held == before ? lost + 1 : 0;
+    }
+    return logged;
+}
+
+/// All that can be read at this moment.
+std::string drained(int readEnd) {
+    std::string text;
+    std::array<char, 65536> piece{};
+    fcntl(readEnd, F_SETFL, O_NONBLOCK);
+    for (ssize_t got = 0; (got = read(readEnd, piece.data(), piece.size())) > 0;) {
+        text.append(piece.data(), static_cast<std::size_t>(got));
+    }
+    return text;
+}
+
+class StandardErrorChannelTest : public testing::Test {
+ protected:
     /// What one or more messages print, one element per system call.
     std::vector<std::string> printed(const std::vector<std::string>& texts) {
         std::array<int, 2> ends{};
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()), 0);
         {
-            const Redirection redirection(ends[1]);
+            Output output(ends[1]);
             for (const std::string& text : texts) {
-                log(text);
+                output.log(text);
             }
         }
         close(ends[1]);
@@ -58,8 +129,6 @@ class StandardErrorChannelTest : public testing::Test {
         close(ends[0]);
         return pieces;
     }
-
-    Poco::AutoPtr<StandardErrorChannel> channel{new StandardErrorChannel};
 };
 
 TEST_F(StandardErrorChannelTest, WritesEachMessageAsOneLineWithOneCall) {
@@ -93,8 +162,8 @@ TEST_F(StandardErrorChannelTest, ALongTextIsOneLineToo) {
 TEST_F(StandardErrorChannelTest, AFailureToWriteIsPassedOver) {
     const int readOnly = open("/dev/null", O_RDONLY | O_CLOEXEC);
     {
-        const Redirection redirection(readOnly);
-        EXPECT_NO_THROW(log("nobody sees this"));
+        Output output(readOnly);
+        EXPECT_NO_THROW(output.log("nobody sees this"));
     }
     close(readOnly);
 }
@@ -106,12 +175,12 @@ TEST_F(StandardErrorChannelTest, LinesOfSeveralThreadsDoNotMix) {
     const std::string path = directory.file("log", "");
     const int file = open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
     {
-        const Redirection redirection(file);
+        Output output(file);
         std::vector<std::thread> threads;
         for (int i = 0; i < THREADS; ++i) {
-            threads.emplace_back([this, i] {
+            threads.emplace_back([&output, i] {
                 for (int line = 0; line < LINES; ++line) {
-                    log(std::string(500, static_cast<char>('a' + i)));
+                    output.log(std::string(500, static_cast<char>('a' + i)) + std::to_string(line));
                 }
             });
         }
@@ -122,10 +191,61 @@ TEST_F(StandardErrorChannelTest, LinesOfSeveralThreadsDoNotMix) {
     close(file);
     std::array<int, THREADS> counts{};
     for (const std::string& line : Process::lines(readFile(path))) {
-        ASSERT_EQ(line, std::string(500, line.empty() ? '?' : line[0]));
+        ASSERT_EQ(line.substr(0, 500), std::string(500, line.empty() ? '?' : line[0]));
+        ASSERT_LE(line.size(), 503U);
         ++counts.at(static_cast<std::size_t>(line[0] - 'a'));
     }
     EXPECT_THAT(counts, testing::Each(LINES));
+}
+
+TEST_F(StandardErrorChannelTest, AFullOutputLosesLinesAndTellsHowManyOnceItIsRead) {
+    for (const auto& makeEnds : {pipeEnds, foreignPipe, socketEnds}) {
+        const Ends ends = makeEnds();
+        Output output(ends[1].get());
+        const std::size_t logged = overfill(output, ends[0].get(), 100);
+        const std::size_t written = Process::lines(drained(ends[0].get())).size();
+        EXPECT_GT(written, 0U);
+        output.log("read again");
+        EXPECT_EQ(drained(ends[0].get()),
+                  std::to_string(logged - written) +
+                      " log lines before this one are lost: nobody read them\nread again\n");
+        output.log("and again");
+        EXPECT_EQ(drained(ends[0].get()), "and again\n");
+    }
+}
+
+TEST_F(StandardErrorChannelTest, NoLineIsTornWhenTheOutputFillsUp) {
+    for (const auto& makeEnds : {pipeEnds, foreignPipe, socketEnds}) {
+        for (const std::size_t length : {99U, 3000U, 50'000U, 500'000U}) {
+            const Ends ends = makeEnds();
+            Output output(ends[1].get());
+            const std::size_t logged = overfill(output, ends[0].get(), length);
+            std::string text = drained(ends[0].get());
+            // What is left of a long line comes with the next ones.
+            for (const std::string& next : {std::string(length, 'y'), std::string("end")}) {
+                for (int i = 0; i < 100; ++i) {
+                    output.log(next);
+                    text += drained(ends[0].get());
+                }
+            }
+            std::size_t whole = 0;
+            for (const std::string& line : Process::lines(text)) {
+                if (line.find(" log lines before ") == std::string::npos && line != "end") {
+                    ASSERT_EQ(line.size(), length);
+                    ++whole;
+                }
+            }
+            EXPECT_LT(whole, logged + 100);
+            EXPECT_EQ(text.substr(text.size() - 5), "\nend\n");
+        }
+    }
+}
+
+TEST_F(StandardErrorChannelTest, OthersWhoShareTheOutputStillWaitForRoom) {
+    const Ends ends = pipeEnds();
+    Output output(ends[1].get());
+    output.log("a line");
+    EXPECT_EQ(fcntl(ends[1].get(), F_GETFL) & O_NONBLOCK, 0);
 }
 
 }  // namespace
