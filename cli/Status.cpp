@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
 #include <chrono>
 #include <iostream>
 #include <memory>
@@ -8,14 +9,14 @@
 #include "Arguments.h"
 #include "Commands.h"
 #include "Output.h"
-#include "client/Failure.h"
+#include "client/ServiceProbe.h"
 
 namespace {
 
 constexpr std::chrono::milliseconds POLL_INTERVAL{100};
 
 struct Options {
-    std::string wait{"0"};
+    std::optional<std::string> wait;
     bool json{false};
 };
 
@@ -27,27 +28,25 @@ struct Status {
     std::optional<Reading> hardware;
 };
 
-std::unique_ptr<IoMapping> connect() {
-    auto io = std::make_unique<IoMapping>();
-    if (!io->isAlive()) {
-        throw Failure("the service is not running; start iomappingd");
+/// Waits until the service answers. Every attempt has a connection of its own, as the bus, too, may
+/// come and go.
+void waitForService(const std::optional<std::chrono::duration<double>>& time) {
+    using Clock = std::chrono::steady_clock;
+    if (!time) {
+        probeService(probeLimit(Clock::time_point::max()), ServiceStart::REFUSED);
+        return;
     }
-    return io;
-}
-
-/// Connects as soon as the service runs. Every attempt has a connection of its own, as the bus,
-/// too, may come and go.
-std::unique_ptr<IoMapping> waitForService(std::chrono::duration<double> time) {
-    const auto end = std::chrono::steady_clock::now() + time;
+    const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(*time);
     for (;;) {
         try {
-            return connect();
+            probeService(probeLimit(end), ServiceStart::REFUSED);
+            return;
         } catch (const std::exception&) {
-            if (std::chrono::steady_clock::now() >= end) {
+            if (Clock::now() >= end) {
                 throw;
             }
         }
-        std::this_thread::sleep_for(POLL_INTERVAL);
+        std::this_thread::sleep_until(std::min(Clock::now() + POLL_INTERVAL, end));
     }
 }
 
@@ -106,10 +105,12 @@ void printJsonStatus(const Status& status) {
 }
 
 void status(const Options& options) {
-    const std::chrono::duration<double> wait = parseSeconds(options.wait);
-    std::unique_ptr<IoMapping> io;
+    std::optional<std::chrono::duration<double>> wait;
+    if (options.wait) {
+        wait = parseSeconds(*options.wait);
+    }
     try {
-        io = waitForService(wait);
+        waitForService(wait);
     } catch (const std::exception&) {
         if (options.json) {
             Poco::JSON::Object::Ptr object = newJsonObject();
@@ -118,10 +119,11 @@ void status(const Options& options) {
         }
         throw;
     }
+    IoMapping io;
     if (options.json) {
-        printJsonStatus(ask(*io));
+        printJsonStatus(ask(io));
     } else {
-        printText(ask(*io));
+        printText(ask(io));
     }
 }
 

@@ -15,6 +15,7 @@
 #include "Commands.h"
 #include "Output.h"
 #include "client/Failure.h"
+#include "client/ServiceProbe.h"
 #include "client/ServiceWatch.h"
 
 namespace {
@@ -51,6 +52,13 @@ Request requestOf(const Options& options) {
     return request;
 }
 
+/// The end of the time for a watch that begins now.
+Clock::time_point endOf(const Request& request) {
+    return request.timeout
+               ? Clock::now() + std::chrono::duration_cast<Clock::duration>(*request.timeout)
+               : Clock::time_point::max();
+}
+
 /// Makes run(true) return after this time, and again and again after it.
 void wakeAfter(Seconds time) {
     const double milliseconds = std::ceil(time.count() * 1000) + 1;
@@ -65,11 +73,10 @@ class Watcher {
     explicit Watcher(const Request& whatToWatch) : request(whatToWatch) {}
 
     void watch() {
-        while (service.takeEvents().empty()) {
-            io.run(true);
-        }
+        service.waitForFirstEvent();
+        service.takeEvents();
         choose();
-        const Clock::time_point end = endTime();
+        end = endOf(request);
         if (request.timeout) {
             wakeAfter(*request.timeout);
         }
@@ -104,12 +111,6 @@ class Watcher {
                                     [this](int address, int value) { print(address, value); });
     }
 
-    Clock::time_point endTime() const {
-        return request.timeout
-                   ? Clock::now() + std::chrono::duration_cast<Clock::duration>(*request.timeout)
-                   : Clock::time_point::max();
-    }
-
     bool isEnough() const { return request.count && printed >= *request.count; }
 
     void heed(ServiceWatch::Event event) {
@@ -128,6 +129,7 @@ class Watcher {
     /// The registers may be others now.
     void welcomeBack() {
         try {
+            probeService(probeLimit(end), ServiceStart::ALLOWED);
             choose();
         } catch (const std::exception& e) {
             std::cerr << "iomap: " << reasonOf(e) << std::endl;
@@ -161,12 +163,15 @@ class Watcher {
     IoMapping io;
     ServiceWatch service;
     std::map<int, RegisterInfo> infos;
+    Clock::time_point end;
     unsigned printed{0};
     bool away{false};
 };
 
 void watch(const Options& options) {
     const Request request = requestOf(options);
+    // What follows has no time limit of the user's.
+    probeService(probeLimit(endOf(request)), ServiceStart::ALLOWED);
     Watcher(request).watch();
 }
 

@@ -19,8 +19,10 @@ struct Advice {
     std::string_view start;
     std::string_view words;
 };
-constexpr std::array<Advice, 5> ADVICE{{
+constexpr std::array<Advice, 6> ADVICE{{
     {"Error calling method: GDBus.Error:org.freedesktop.DBus.Error.ServiceUnknown",
+     "the service is not running; start iomappingd"},
+    {"Error calling method: GDBus.Error:org.freedesktop.DBus.Error.NameHasNoOwner",
      "the service is not running; start iomappingd"},
     {"Error calling method: GDBus.Error:org.freedesktop.DBus.Error.NoReply",
      "the service has ended before it answered; start iomappingd"},

@@ -17,11 +17,18 @@ class ServiceWatch {
     /// The service has come to the bus, or has gone from it; or the bus itself has gone.
     enum class Event { CAME, WENT, BUS_LOST };
 
-    /// @throws Failure there is no bus
+    /// Takes 5 seconds at most.
+    ///
+    /// @throws Failure there is no bus, or it does not answer
     ServiceWatch();
     ~ServiceWatch();
     ServiceWatch(const ServiceWatch&) = delete;
     ServiceWatch& operator=(const ServiceWatch&) = delete;
+
+    /// Runs the default main context until something has happened, 5 seconds at most.
+    ///
+    /// @throws Failure the bus does not say in time whether the service is there
+    void waitForFirstEvent();
 
     /// What has happened since the last call, in order. The very first event says whether the
     /// service is there.

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <filesystem>
 
+#include "Build.h"
 #include "IomapFixture.h"
 #include "support/FileDescriptor.h"
 
@@ -21,6 +22,17 @@ class IomapStatusTest : public IomapFixture {
  protected:
     void SetUp() override { std::filesystem::remove(FACTORY_INFO); }
     void TearDown() override { writeFile(OS_RELEASE, osRelease); }
+
+    /// Runs iomap with some arguments and expects it to fail after no less than a second, and no
+    /// later than half a second after it.
+    static void expectFailureAfterASecond(const std::vector<std::string>& arguments,
+                                          const std::string& reason) {
+        const auto start = std::chrono::steady_clock::now();
+        expectFailure(iomap(arguments), 1, reason);
+        const auto taken = std::chrono::steady_clock::now() - start;
+        EXPECT_GE(taken, std::chrono::milliseconds(1000));
+        EXPECT_LT(taken, std::chrono::milliseconds(EMULATED || SANITIZED ? 6000 : 1500));
+    }
 
     const std::string map = mapOf({R"({"address": 1, "size": 8, "count": 12})",
                                    R"({"address": 20, "size": 8, "count": 2, "type": "reserved"})",
@@ -125,6 +137,31 @@ TEST_F(IomapStatusTest, AStoppedBusIsStatus1After5Seconds) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(9));
 }
 
+TEST_F(IomapStatusTest, WaitingForAStoppedBusEndsWhenTheTimeIsUp) {
+    bus.signal(SIGSTOP);
+    expectFailureAfterASecond(
+        {"status", "--wait", "1"},
+        "cannot reach the D-Bus system bus: Timeout was reached; is dbus-daemon running?");
+}
+
+TEST_F(IomapStatusTest, WaitingForAStoppedServiceEndsWhenTheTimeIsUp) {
+    startService(map).signal(SIGSTOP);
+    expectFailureAfterASecond({"status", "--wait", "1"},
+                              "the service does not answer; restart iomappingd");
+}
+
+TEST_F(IomapStatusTest, WaitingEndsAsSoonAsAStoppedServiceGoesOn) {
+    Process& service = startService(map);
+    service.signal(SIGSTOP);
+    Process monitor({"busctl", "--system", "monitor"});
+    monitor.waitForLine("Monitoring bus message stream");
+    Process waiter(commandOf({"status", "--wait", "1000"}));
+    monitor.waitForLine("Member=GetAddrsPerType");
+    service.signal(SIGCONT);
+    EXPECT_EQ(waiter.waitForExit(), 0);
+    EXPECT_THAT(waiter.standardOutput(), HasSubstr("registers: 15\n"));
+}
+
 TEST_F(IomapStatusTest, WithoutABusItIsStatus1AndSaysSo) {
     bus.kill();
     const Outcome outcome = iomap({"status", "--json"});
@@ -145,7 +182,7 @@ TEST_F(IomapStatusTest, WaitingEndsAsSoonAsTheServiceRuns) {
     Process monitor({"busctl", "--system", "monitor"});
     monitor.waitForLine("Monitoring bus message stream");
     Process waiter(commandOf({"status", "--wait", "1000"}));
-    monitor.waitForLine("Member=GetConnectionUnixProcessID");
+    monitor.waitForLine("Member=GetAddrsPerType");
     startService(map);
     EXPECT_EQ(waiter.waitForExit(), 0);
     EXPECT_THAT(waiter.standardOutput(), HasSubstr("registers: 15\n"));

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <thread>
 
+#include "Build.h"
 #include "IoMapping.h"
 #include "IomapFixture.h"
 
@@ -194,6 +195,28 @@ TEST_F(IomapWatchTest, ATimeOutAloneIsStatus0) {
     EXPECT_EQ(iomapDone({"watch", "--timeout", "0.3"}), "");
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300));
     EXPECT_EQ(iomapDone({"watch", "--timeout", "0"}), "");
+}
+
+TEST_F(IomapWatchTest, AStoppedBusOrServiceDoesNotKeepItBeyondItsTime) {
+    const auto expectEndAfterASecond = [](const std::string& reason) {
+        const auto start = std::chrono::steady_clock::now();
+        expectInVain({"watch", "--timeout", "1"}, reason);
+        EXPECT_LT(std::chrono::steady_clock::now() - start,
+                  std::chrono::milliseconds(EMULATED || SANITIZED ? 6000 : 1500));
+    };
+    startService(map).signal(SIGSTOP);
+    expectEndAfterASecond("the service does not answer; restart iomappingd");
+    bus.signal(SIGSTOP);
+    expectEndAfterASecond(
+        "cannot reach the D-Bus system bus: Timeout was reached; is dbus-daemon running?");
+}
+
+TEST_F(IomapWatchTest, ABusThatStopsMeanwhileDoesNotKeepItBeyondItsTime) {
+    startService(map);
+    const auto watch = startWatch({"--timeout", EMULATED ? "20" : "2"});
+    bus.signal(SIGSTOP);
+    EXPECT_EQ(watch->waitForExit(), 0);
+    EXPECT_EQ(watch->standardError(), "");
 }
 
 TEST_F(IomapWatchTest, ACountThatIsNotReachedInTimeIsStatus1) {

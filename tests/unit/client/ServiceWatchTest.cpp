@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <csignal>
 #include <memory>
 #include <string>
 #include <vector>
@@ -100,6 +101,22 @@ TEST_F(ServiceWatchTest, TheLossOfTheBusIsTheOnlyEventOfItsOwn) {
     nextEvents();
     bus.kill();
     EXPECT_THAT(nextEvents(), ElementsAre(Event::BUS_LOST));
+}
+
+TEST_F(ServiceWatchTest, ABusThatDoesNotAnswerIsGivenUp) {
+    bus.signal(SIGSTOP);
+    EXPECT_THAT([] { ServiceWatch(); },
+                ThrowsMessage<Failure>("cannot reach the D-Bus system bus: Timeout was reached"));
+}
+
+TEST_F(ServiceWatchTest, ABusThatDoesNotSayWhetherTheServiceIsThereIsGivenUp) {
+    start();
+    bus.signal(SIGSTOP);
+    EXPECT_THAT([this] { watch->waitForFirstEvent(); },
+                ThrowsMessage<Failure>("cannot reach the D-Bus system bus: Timeout was reached"));
+    bus.signal(SIGCONT);
+    watch->waitForFirstEvent();
+    EXPECT_THAT(watch->takeEvents(), ElementsAre(Event::WENT));
 }
 
 TEST_F(ServiceWatchTest, WithoutABusThereIsNoWatch) {
