@@ -26,9 +26,21 @@ constexpr Pattern<int, std::string, int> CHIP_BROKEN(
     "the driver gpiochip-%d is left out: %s; see whether /dev/gpiochip%d is there and may be "
     "opened");
 
+constexpr Pattern<std::string, std::string> NO_IO_STATED(
+    "the board at %s states no relay, output, input or analog input; a line of %s/info_io must be "
+    "a "
+    "key, one blank and a number (relays 4)");
+
 void reportBrokenBoard(const std::string& path, const std::string& reason) {
     log(Poco::Logger::get("iomappingd"), Poco::Message::PRIO_ERROR, BOARD_BROKEN, path, reason,
         path);
+}
+
+void warnIfNothingIsStated(const DriverInterface& driver, const std::string& path) {
+    if (driver.getRelaysCount() == 0 && driver.getDigitalOutputsCount() == 0 &&
+        driver.getDigitalInputsCount() == 0 && driver.getAnalogInputsCount() == 0) {
+        log(Poco::Logger::get("iomappingd"), Poco::Message::PRIO_WARNING, NO_IO_STATED, path, path);
+    }
 }
 
 void addGpioChip(DriverManager& manager, int number) {
@@ -57,7 +69,9 @@ class Wiring {
     template <typename Make>
     void addBoard(const std::string& path, const Make& make) {
         try {
-            add(make());
+            const std::shared_ptr<DriverInterface> driver = make();
+            add(driver);
+            warnIfNothingIsStated(*driver, path);
         } catch (const Poco::Exception& e) {
             reportBrokenBoard(path, e.displayText());
         } catch (const std::exception& e) {

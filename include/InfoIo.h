@@ -10,10 +10,11 @@
 /// and "analogs". Lines of another form and lines with another key are skipped. Of two lines with
 /// the same key the later line counts.
 struct InfoIo {
-    /// Reads the file.
+    /// Reads the file. Never waits.
     ///
     /// @param fileName the path of the board's file
-    /// @throws tesk::NotFoundException "file %s not found"
+    /// @throws tesk::NotFoundException "file %s not found": the file is missing, not accessible, or
+    ///         neither a regular file nor in sysfs
     /// @throws Poco::SyntaxException what follows a key is not a number from 0 to 4294967295
     explicit InfoIo(const std::string& fileName);
 

@@ -5,10 +5,11 @@
 
 #include <algorithm>
 #include <array>
-#include <fstream>
+#include <sstream>
 #include <utility>
 
 #include "support/Pattern.h"
+#include "support/ValueFile.h"
 #include "tesk/Exceptions.h"
 #include "tesk/Strings.h"
 
@@ -26,11 +27,12 @@ constexpr std::array<std::pair<const char*, std::uint32_t InfoIo::*>, 4> KEYS{{
 }  // namespace
 
 InfoIo::InfoIo(const std::string& fileName) {
-    std::ifstream file(fileName);
-    if (!file.is_open()) {
+    const auto text = ValueFile::readText(fileName);
+    if (!text) {
         throw tesk::NotFoundException(FILE_NOT_FOUND(fileName));
     }
-    for (std::string line; std::getline(file, line);) {
+    std::istringstream lines(*text);
+    for (std::string line; std::getline(lines, line);) {
         const auto pieces = tesk::Strings::split(line, " ", true);
         if (pieces.size() != 2) {
             continue;

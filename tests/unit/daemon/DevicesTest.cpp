@@ -59,12 +59,13 @@ class DevicesTest : public testing::Test {
         return manager.getDriverByName("special")->convertValue(type, 0, index);
     }
 
-    /// The lines of the service itself, errors all of them.
-    std::vector<std::string> lines() const {
+    /// The lines of the service itself, which all have this priority.
+    std::vector<std::string> lines(
+        Poco::Message::Priority priority = Poco::Message::PRIO_ERROR) const {
         std::vector<std::string> texts;
         for (const CapturedLog::Line& line : log.lines()) {
             if (line.source == "iomappingd") {
-                EXPECT_EQ(line.priority, Poco::Message::PRIO_ERROR);
+                EXPECT_EQ(line.priority, priority);
                 texts.push_back(line.text);
             }
         }
@@ -121,6 +122,22 @@ TEST_F(DevicesTest, ABrokenBoardIsLeftOutWithOneLine) {
                     "found; see /sys/kernel/kr62/info_io",
                     "the board at /sys/kernel/pd5-1 is left out: Syntax error: Not a valid "
                     "unsigned integer: many; see /sys/kernel/pd5-1/info_io"));
+}
+
+TEST_F(DevicesTest, ABoardThatStatesNoIoIsAWarningThatNamesTheFile) {
+    plug("kr62", "relays  4\ninputs 8 \n");
+    plug("pd5-1", "");
+    plug("pd5-2", "outputs 1\n");
+    plug("pd5-3", "analogs 1\n");
+    plug("pd5-4", "inputs 1\n");
+    wire();
+    EXPECT_TRUE(has("kr62"));
+    EXPECT_THAT(numbersOf("pd5"), ElementsAre(1, 2, 3, 4));
+    const std::string text = " states no relay, output, input or analog input; a line of ";
+    const std::string form = "/info_io must be a key, one blank and a number (relays 4)";
+    EXPECT_THAT(lines(Poco::Message::PRIO_WARNING),
+                ElementsAre("the board at /sys/kernel/kr62" + text + "/sys/kernel/kr62" + form,
+                            "the board at /sys/kernel/pd5-1" + text + "/sys/kernel/pd5-1" + form));
 }
 
 TEST_F(DevicesTest, OnlyTheChipsThatTheMapNamesAreOpened) {

@@ -3,6 +3,7 @@
 
 #include <Poco/Exception.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <array>
 #include <limits>
@@ -88,6 +89,21 @@ TEST_F(InfoIoTest, ANumberOfAKnownNameThatIsNoneIsASyntaxError) {
 
 TEST_F(InfoIoTest, ALaterGoodNumberDoesNotMakeUpForABadOne) {
     EXPECT_THROW(counts("relays x\nrelays 4\n"), Poco::SyntaxException);
+}
+
+TEST_F(InfoIoTest, ALineMayHoldZeroBytesAndAFileMayBeLong) {
+    using namespace std::string_literals;
+    EXPECT_THAT(counts("outputs 2\0\nrelays 4\n"s), ElementsAre(4, 2, 0, 0, 0));
+    EXPECT_THAT(counts(std::string(100000, '\n') + "inputs 8"), ElementsAre(0, 0, 8, 0, 0));
+}
+
+TEST_F(InfoIoTest, APipeAndADirectoryAreNotFoundAndNotWaitedFor) {
+    const std::string pipe = directory.path() / "info_io";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const std::string& path : {pipe, directory.path().string()}) {
+        EXPECT_THAT([&] { InfoIo{path}; },
+                    ThrowsMessage<tesk::NotFoundException>("file " + path + " not found"));
+    }
 }
 
 TEST_F(InfoIoTest, AMissingFileIsNotFound) {
