@@ -2,10 +2,11 @@
 # SPDX-License-Identifier: MIT
 """documents_test.py BUILD_DIR: checks what the documents say that can be checked: that the programs
 and options of every shell command exist, as do the installed files they name; that the sources they
-name exist; that links lead somewhere; that the man pages have no fault; and that the version is the
-same everywhere."""
+name exist; that links lead somewhere; that the man pages have no fault; that every register type is in
+the schema and in the tables; and that the version is the same everywhere."""
 
 import functools
+import json
 import os
 import pathlib
 import re
@@ -213,6 +214,38 @@ def check_man_pages():
                 fault(page, f"{command[0]}: {told}")
 
 
+def register_types():
+    """The names of all types in the order of their numbers, as the refusal of another name has them."""
+    refusal = subprocess.run([build / "iomap", "list", "--type", "none"], capture_output=True,
+                             text=True).stderr
+    match = re.search(r"; the types are (.*); see ", refusal)
+    return match[1].split(", ") if match else []
+
+
+def check_types():
+    types = register_types()
+    if len(types) < 31:
+        faults.append(f"iomap names only these types: {types}")
+    schema = json.loads((ROOT / "data/io-mapping.schema.json").read_text())
+    tables = {
+        "data/io-mapping.schema.json": list(enumerate(
+            schema["$defs"]["field"]["properties"]["type"]["enum"])),
+        "docs/map-file.md": re.findall(
+            r"^\| (\d+) \| `(\w+)` \|", (ROOT / "docs/map-file.md").read_text(), re.M),
+        "docs/man/io-mapping-map.5": [(number, name) for name, number in re.findall(
+            r"^\.It Li (\w+) Ta (\d+) Ta ", (ROOT / "docs/man/io-mapping-map.5").read_text(), re.M)],
+    }
+    for file, rows in tables.items():
+        found = {name: int(number) for number, name in rows}
+        for number, name in enumerate(types):
+            # The order of the schema's names means nothing.
+            if name not in found or file.startswith("docs/") and found[name] != number:
+                faults.append(f"{file}: the register type {name} with number {number} is missing")
+        if len(rows) != len(types) or found.keys() - set(types):
+            faults.append(f"{file}: has other or more types: {sorted(found.keys() - set(types))}")
+    return types
+
+
 def check_versions():
     found = {}
     for name, pattern in (("CMakeLists.txt", r"^project\(.* VERSION ([\d.]+)"),
@@ -235,6 +268,7 @@ with tempfile.TemporaryDirectory() as directory:
 named = check_sources()
 check_links()
 check_man_pages()
+types = check_types()
 check_versions()
 if commands < 100:
     faults.append(f"only {commands} commands were found in the documents")
@@ -243,4 +277,4 @@ if named < 100:
 if faults:
     sys.exit("documents_test:\n" + "\n".join(faults))
 print(f"documents_test: {commands} commands, {named} sources, {len(MARKDOWN)} documents, "
-      f"{len(MAN_PAGES)} man pages")
+      f"{len(MAN_PAGES)} man pages, {len(types)} register types")
