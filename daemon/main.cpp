@@ -55,7 +55,7 @@ int serve(const Options& options) {
 int main(int argc, char** argv) {
     fillStandardDescriptors();
     returnLargeBlocks();
-    endOnSignals();
+    endOnSignals(flushLog);
     try {
         return serve(readOptions(argc, argv));
     } catch (const UsageError& e) {

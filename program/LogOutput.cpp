@@ -6,6 +6,7 @@
 #include <Poco/Logger.h>
 #include <Poco/PatternFormatter.h>
 
+#include <atomic>
 #include <cstdlib>
 
 #include "StandardErrorChannel.h"
@@ -16,6 +17,9 @@ namespace {
 /// The journal keeps time and source itself and takes the priority from a prefix.
 constexpr const char* JOURNAL_LINE = "<%l>%s: %t";
 constexpr const char* TERMINAL_LINE = "%Y-%m-%d %H:%M:%S.%i %p %s: %t";
+
+/// Never released: a signal may come while the process ends.
+std::atomic<StandardErrorChannel*> channel{nullptr};
 
 }  // namespace
 
@@ -31,7 +35,13 @@ void openLog(int level) {
     const bool journal = std::getenv("JOURNAL_STREAM") != nullptr;
     const Poco::AutoPtr<Poco::PatternFormatter> formatter(
         new Poco::PatternFormatter(journal ? JOURNAL_LINE : TERMINAL_LINE));
-    const Poco::AutoPtr<StandardErrorChannel> output(new StandardErrorChannel(formatter));
-    Poco::Logger::root().setChannel(output);
+    channel = new StandardErrorChannel(formatter);
+    Poco::Logger::root().setChannel(Poco::AutoPtr<Poco::Channel>(channel, true));
     Poco::Logger::root().setLevel(level);
+}
+
+void flushLog() noexcept {
+    if (StandardErrorChannel* const opened = channel) {
+        opened->flush();
+    }
 }

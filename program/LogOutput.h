@@ -16,3 +16,7 @@ int parseLogLevel(const std::string& level);
 ///
 /// @param level the least urgent priority that is printed, as from parseLogLevel()
 void openLog(int level);
+
+/// Writes what the log has held back, for a process that ends at once: nothing else is written
+/// afterwards. Does nothing before openLog(). Callable from a signal handler.
+void flushLog() noexcept;

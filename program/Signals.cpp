@@ -1,15 +1,26 @@
 // SPDX-License-Identifier: MIT
 #include "Signals.h"
 
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <initializer_list>
 
 #include "EndProcess.h"
 
-void endOnSignals() {
+namespace {
+
+std::atomic<void (*)() noexcept> work{nullptr};
+
+}  // namespace
+
+void endOnSignals(void (*lastWork)() noexcept) {
+    work = lastWork;
     struct sigaction action {};
-    action.sa_handler = [](int /*signal*/) { endProcess(EXIT_SUCCESS); };
+    action.sa_handler = [](int /*signal*/) {
+        work.load()();
+        endProcess(EXIT_SUCCESS);
+    };
     for (const int signal : {SIGTERM, SIGINT}) {
         sigaction(signal, &action, nullptr);
     }

@@ -3,4 +3,6 @@
 #pragma once
 
 /// Has SIGTERM and SIGINT end the process at once, with EXIT_SUCCESS, from now on.
-void endOnSignals();
+///
+/// @param lastWork is called before; must be callable from a signal handler
+void endOnSignals(void (*lastWork)() noexcept = []() noexcept {});

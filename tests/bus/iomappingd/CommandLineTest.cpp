@@ -112,6 +112,23 @@ TEST_F(CommandLineTest, AStandardErrorThatNobodyReadsStopsNothing) {
     EXPECT_THAT(rest, HasSubstr("address '2' not found\n"));
 }
 
+TEST_F(CommandLineTest, AFloodOfOneLineIsCountedAlsoWhenTheServiceIsEnded) {
+    constexpr int CALLS = 1000;
+    Process& service = startService(map);
+    const BusClient client;
+    for (int call = 0; call < CALLS; ++call) {
+        EXPECT_EQ(client.call("Read", "(2,)").errorText, "address '2' not found");
+    }
+    service.signal(SIGTERM);
+    EXPECT_EQ(service.waitForExit(), 0);
+    const std::vector<std::string> lines = Process::lines(service.standardError());
+    ASSERT_EQ(lines.size(), 4U);
+    EXPECT_THAT(lines[2],
+                MatchesRegex("20.* Error register-map\\.[0-9a-f]+: address '2' not found"));
+    EXPECT_THAT(lines[3], MatchesRegex("20.* Error register-map\\.[0-9a-f]+: the last line came " +
+                                       std::to_string(CALLS - 3) + " more times"));
+}
+
 TEST_F(CommandLineTest, OnATerminalALineHasTimePriorityAndLogger) {
     Process& service = startService(map, {"--log-level", "information"});
     EXPECT_EQ(BusClient().call("Read", "(1,)").text(), "(0,)");

@@ -2,6 +2,7 @@
 #include "program/Signals.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -20,6 +21,17 @@ TEST(SignalsTest, SigtermAndSigintEndTheProcessWithSuccess) {
             },
             ExitedWithCode(0), "");
     }
+}
+
+TEST(SignalsTest, TheLastWorkIsDoneBefore) {
+    EXPECT_EXIT(
+        {
+            endOnSignals([]() noexcept {
+                [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, "last", 4);
+            });
+            std::raise(SIGTERM);
+        },
+        ExitedWithCode(0), "^last$");
 }
 
 TEST(SignalsTest, NoExitHandlerRuns) {

@@ -47,8 +47,10 @@ class Output {
               Poco::AutoPtr<Poco::Formatter>(new Poco::PatternFormatter("%t")))) {}
 
     void log(const std::string& text) {
-        channel->log(Poco::Message("source", text, Poco::Message::PRIO_ERROR));
+        log(Poco::Message("source", text, Poco::Message::PRIO_ERROR));
     }
+    void log(const Poco::Message& message) { channel->log(message); }
+    void flush() { channel->flush(); }
 
  private:
     Redirection redirection;
@@ -222,21 +224,22 @@ TEST_F(StandardErrorChannelTest, NoLineIsTornWhenTheOutputFillsUp) {
             const std::size_t logged = overfill(output, ends[0].get(), length);
             std::string text = drained(ends[0].get());
             // What is left of a long line comes with the next ones.
-            for (const std::string& next : {std::string(length, 'y'), std::string("end")}) {
+            for (const std::string& next : {std::string(length - 1, 'y'), std::string("end")}) {
                 for (int i = 0; i < 100; ++i) {
-                    output.log(next);
+                    output.log(next + (i % 2 == 0 ? '1' : '2'));
                     text += drained(ends[0].get());
                 }
             }
             std::size_t whole = 0;
             for (const std::string& line : Process::lines(text)) {
-                if (line.find(" log lines before ") == std::string::npos && line != "end") {
+                if (line.find(" log lines before ") == std::string::npos &&
+                    line.substr(0, 3) != "end") {
                     ASSERT_EQ(line.size(), length);
                     ++whole;
                 }
             }
             EXPECT_LT(whole, logged + 100);
-            EXPECT_EQ(text.substr(text.size() - 5), "\nend\n");
+            EXPECT_EQ(text.substr(text.size() - 6), "\nend2\n");
         }
     }
 }
@@ -246,6 +249,88 @@ TEST_F(StandardErrorChannelTest, OthersWhoShareTheOutputStillWaitForRoom) {
     Output output(ends[1].get());
     output.log("a line");
     EXPECT_EQ(fcntl(ends[1].get(), F_GETFL) & O_NONBLOCK, 0);
+}
+
+TEST_F(StandardErrorChannelTest, TheSameLineIsWrittenThreeTimesAndThenCounted) {
+    EXPECT_THAT(printed({"a", "a", "a", "b", "b", "b", "b", "c", "b"}),
+                ElementsAre("a\n", "a\n", "a\n", "b\n", "b\n", "b\n",
+                            "the last line came once more\n", "c\n", "b\n"));
+    std::vector<std::string> flood(1000, "flood");
+    flood.emplace_back("end");
+    EXPECT_THAT(printed(flood), ElementsAre("flood\n", "flood\n", "flood\n",
+                                            "the last line came 997 more times\n", "end\n"));
+}
+
+TEST_F(StandardErrorChannelTest, LinesOfAnotherPriorityOrSortOfSourceAreOthers) {
+    const std::vector<Poco::Message> messages{
+        {"register-5.1a", "missing", Poco::Message::PRIO_ERROR},
+        {"register-5.2b", "missing", Poco::Message::PRIO_ERROR},
+        {"register-5.1a", "missing", Poco::Message::PRIO_ERROR},
+        {"register-5.2b", "missing", Poco::Message::PRIO_WARNING},
+        {"register-6.1a", "missing", Poco::Message::PRIO_WARNING},
+        {"register-6.2b", "missing", Poco::Message::PRIO_WARNING},
+        {"register-6.1a", "missing", Poco::Message::PRIO_WARNING},
+        {"register-6.2b", "missing", Poco::Message::PRIO_WARNING},
+    };
+    const Ends ends = pipeEnds();
+    Output output(ends[1].get());
+    for (const Poco::Message& message : messages) {
+        output.log(message);
+    }
+    EXPECT_THAT(Process::lines(drained(ends[0].get())), testing::SizeIs(7));
+    output.log("other");
+    EXPECT_EQ(drained(ends[0].get()), "the last line came once more\nother\n");
+}
+
+TEST_F(StandardErrorChannelTest, AFloodIsToldOfEveryMinute) {
+    constexpr int SECONDS = 200;
+    const Ends ends = pipeEnds();
+    Output output(ends[1].get());
+    Poco::Message message("source", "flood", Poco::Message::PRIO_ERROR);
+    for (int second = 0; second < SECONDS; ++second) {
+        message.setTime(Poco::Timestamp::fromEpochTime(1000 + second));
+        output.log(message);
+    }
+    EXPECT_EQ(drained(ends[0].get()),
+              "flood\nflood\nflood\n"
+              "the last line came 61 more times\nthe last line came 61 more times\n"
+              "the last line came 61 more times\n");
+    message.setTime(Poco::Timestamp::fromEpochTime(1));
+    output.log(message);
+    EXPECT_EQ(drained(ends[0].get()), "the last line came 15 more times\n")
+        << "when the clock is set back";
+}
+
+TEST_F(StandardErrorChannelTest, WhatIsHeldBackAtTheEndIsFlushedOnce) {
+    const Ends ends = pipeEnds();
+    Output output(ends[1].get());
+    for (int i = 0; i < 7; ++i) {
+        output.log("flood");
+    }
+    EXPECT_EQ(drained(ends[0].get()), "flood\nflood\nflood\n");
+    output.flush();
+    output.flush();
+    EXPECT_EQ(drained(ends[0].get()), "the last line came 4 more times\n");
+    output.log("flood");
+    EXPECT_EQ(drained(ends[0].get()), "");
+}
+
+TEST_F(StandardErrorChannelTest, NothingIsFlushedWhenNothingIsHeldBack) {
+    const Ends ends = pipeEnds();
+    Output output(ends[1].get());
+    output.flush();
+    EXPECT_EQ(drained(ends[0].get()), "");
+}
+
+TEST_F(StandardErrorChannelTest, AFlushDoesNotWaitForAFullOutput) {
+    const Ends ends = foreignPipe();
+    Output output(ends[1].get());
+    overfill(output, ends[0].get(), 100);
+    for (int i = 0; i < 5; ++i) {
+        output.log("flood");
+    }
+    output.flush();
+    EXPECT_THAT(drained(ends[0].get()), testing::Not(testing::HasSubstr("more")));
 }
 
 }  // namespace
