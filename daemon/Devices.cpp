@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "GpioDriver.h"
 #include "KR62Driver.h"
@@ -71,6 +72,7 @@ class Wiring {
         try {
             const std::shared_ptr<DriverInterface> driver = make();
             add(driver);
+            boards.push_back(driver->getName());
             warnIfNothingIsStated(*driver, path);
         } catch (const Poco::Exception& e) {
             reportBrokenBoard(path, e.displayText());
@@ -79,14 +81,18 @@ class Wiring {
         }
     }
 
+    /// The names of the drivers that addBoard() has added so far.
+    std::vector<std::string> boardNames() && { return std::move(boards); }
+
  private:
     DriverManager& manager;
     std::shared_ptr<SpecialDriver> counts;
+    std::vector<std::string> boards;
 };
 
 }  // namespace
 
-void addDrivers(DriverManager& manager, const std::string& mapFile) {
+std::vector<std::string> addDrivers(DriverManager& manager, const std::string& mapFile) {
     Wiring wiring(manager);
     wiring.add(std::make_shared<VaduDriver>());
     if (KR62Driver::driverIsAvailable()) {
@@ -101,4 +107,5 @@ void addDrivers(DriverManager& manager, const std::string& mapFile) {
     for (const int number : gpioChipsNamedIn(mapFile)) {
         addGpioChip(manager, number);
     }
+    return std::move(wiring).boardNames();
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "DriverManager.h"
 
@@ -12,4 +13,5 @@
 /// line in the log, so that the rest of the device works.
 ///
 /// @param mapFile the path of the map; one with a fault names no chips
-void addDrivers(DriverManager& manager, const std::string& mapFile);
+/// @return the names of the drivers of boards that were found
+std::vector<std::string> addDrivers(DriverManager& manager, const std::string& mapFile);

@@ -9,6 +9,7 @@
 #include "DescriptorLimit.h"
 #include "Devices.h"
 #include "Options.h"
+#include "ServedBoards.h"
 #include "Server.h"
 #include "program/LogOutput.h"
 #include "program/Report.h"
@@ -41,7 +42,7 @@ int serve(const Options& options) {
     raiseDescriptorLimit();
     try {
         DriverManager drivers;
-        addDrivers(drivers, options.mapFile);
+        listServedBoards(addDrivers(drivers, options.mapFile));
         Server server(options.mapFile, drivers);
         server.run();
     } catch (const std::exception& e) {

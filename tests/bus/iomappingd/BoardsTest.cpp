@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "BusFixture.h"
+#include "Outcome.h"
 #include "sim/Device.h"
 
 namespace {
@@ -112,6 +113,34 @@ TEST_F(BoardsTest, AChipThatIsMissingFailsAFieldWithoutABackup) {
                             HasSubstr("driver not found or not supported on address 52"),
                             HasSubstr("field io_mapping[1], address 52"),
                             HasSubstr("Fatal server: error parsing field")));
+}
+
+TEST_F(BoardsTest, ABoardThatComesLaterIsUnservedAndOneThatComesBackIsNot) {
+    const std::string list = directory.path() / "boards";
+    const auto unserved = [&list] { return outcomeOf({UNSERVED_BOARDS, list}); };
+    EXPECT_EQ(unserved().output, "kr62\npd5-3\n") << "there is no list yet";
+    const auto service =
+        launch(mapOf({RELAY, EXPANDER_RELAY}), {}, {{"RUNTIME_DIRECTORY", directory.path()}});
+    BusClient().waitForService();
+    EXPECT_EQ(unserved().status, 1);
+    std::filesystem::remove_all("/sys/kernel/kr62");
+    EXPECT_EQ(unserved().status, 1);
+    board.make({2, 2, 0, 0});
+    EXPECT_EQ(unserved().status, 1);
+    for (const char* name : {"pd5-1", "pd5-13"}) {
+        device.board(name).make({1, 0, 0, 0});
+    }
+    const Outcome outcome = unserved();
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "pd5-1\npd5-13\n");
+}
+
+TEST_F(BoardsTest, ABoardThatTheServiceNeverServesIsNotUnserved) {
+    const auto service = launch(mapOf({RELAY}), {}, {{"RUNTIME_DIRECTORY", directory.path()}});
+    BusClient().waitForService();
+    std::filesystem::create_directories("/sys/kernel/pd5-1");
+    writeFile("/sys/kernel/pd5-16/info_io", "relays 1\n");
+    EXPECT_EQ(outcomeOf({UNSERVED_BOARDS, directory.path() / "boards"}).status, 1);
 }
 
 TEST_F(BoardsTest, AChipThatNoFieldNamesIsNotLookedFor) {

@@ -32,7 +32,7 @@ class DevicesTest : public testing::Test {
     }
 
     void wire(const std::string& map = WITHOUT_CHIPS) {
-        addDrivers(manager, directory.file("map.json", map));
+        boards = addDrivers(manager, directory.file("map.json", map));
     }
 
     bool has(const std::string& driver) {
@@ -76,6 +76,7 @@ class DevicesTest : public testing::Test {
     FakeGpiod chips;
     TemporaryDirectory directory;
     DriverManager manager;
+    std::vector<std::string> boards;
 };
 
 TEST_F(DevicesTest, TheMainBoardIsAlwaysThere) {
@@ -94,6 +95,7 @@ TEST_F(DevicesTest, ExpandersAreLookedForFromZeroToFifteen) {
     }
     wire();
     EXPECT_THAT(numbersOf("pd5"), ElementsAre(0, 3, 15));
+    EXPECT_THAT(boards, ElementsAre("pd5-0", "pd5-3", "pd5-15"));
     EXPECT_THAT(lines(), IsEmpty());
 }
 
@@ -116,6 +118,7 @@ TEST_F(DevicesTest, ABrokenBoardIsLeftOutWithOneLine) {
     wire();
     EXPECT_FALSE(has("kr62"));
     EXPECT_THAT(numbersOf("pd5"), ElementsAre(2));
+    EXPECT_THAT(boards, ElementsAre("pd5-2"));
     EXPECT_THAT(
         lines(),
         ElementsAre("the board at /sys/kernel/kr62 is left out: file /sys/kernel/kr62/info_io not "
