@@ -42,7 +42,7 @@ void list(const Options& options) {
     IoMapping io;
     const std::vector<int> addresses = addressesOf(io, types);
     const std::vector<RegisterInfo> infos = infosOf(io, addresses);
-    const std::vector<Reading> readings = readEach(io, addresses);
+    const std::vector<Reading> readings = readKnown(io, infos);
     if (options.json) {
         printJson(jsonTable(infos, readings));
     } else {

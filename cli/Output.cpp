@@ -6,7 +6,10 @@
 #include <iostream>
 
 std::string textOf(const Reading& reading) {
-    return reading.error.empty() ? std::to_string(reading.value) : reading.error;
+    if (!reading.error.empty()) {
+        return reading.error;
+    }
+    return reading.missing ? "missing" : std::to_string(reading.value);
 }
 
 Poco::JSON::Object::Ptr newJsonObject() {
@@ -26,6 +29,9 @@ void setReading(Poco::JSON::Object& object, const Reading& reading, const std::s
                 const std::string& errorKey) {
     if (reading.error.empty()) {
         object.set(valueKey, reading.value);
+        if (reading.missing) {
+            object.set("missing", true);
+        }
     } else {
         object.set(errorKey, reading.error);
     }

@@ -8,7 +8,8 @@
 
 #include "client/Registers.h"
 
-/// The value in decimal, or the reason why there is none.
+/// The value in decimal, "missing" for a temperature sensor that is not there, or the reason why
+/// there is no value.
 std::string textOf(const Reading& reading);
 
 /// An empty JSON object whose keys stay in the order in which they are set.
@@ -18,7 +19,7 @@ Poco::JSON::Object::Ptr newJsonObject();
 Poco::JSON::Object::Ptr jsonOf(const RegisterInfo& info);
 
 /// Sets one of two keys of a JSON object: the first to the value, or the second to the reason why
-/// there is none.
+/// there is none. With the value of a temperature sensor that is not there comes a key "missing".
 void setReading(Poco::JSON::Object& object, const Reading& reading,
                 const std::string& valueKey = "value", const std::string& errorKey = "error");
 

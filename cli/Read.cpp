@@ -42,7 +42,7 @@ void read(const Options& options) {
     }
     if (!options.json) {
         for (const Reading& reading : readings) {
-            std::cout << reading.value << '\n';
+            std::cout << textOf(reading) << '\n';
         }
     }
 }

@@ -18,6 +18,8 @@ struct RegisterInfo {
 struct Reading {
     int value;
     std::string error;
+    bool missing{false};  ///< The value stands for a temperature sensor that is not there.
+    bool unknown{false};  ///< There is no such register among others that were asked for, too.
 };
 
 /// The addresses of all registers of some types, or of all types when none is named.
@@ -37,11 +39,16 @@ RegisterInfo infoOf(IoMapping& io, int address);
 /// @throws Failure, tesk::InputOutputException as infoOf()
 std::vector<RegisterInfo> infosOf(IoMapping& io, const std::vector<int>& addresses);
 
-/// Reads registers with as few calls as possible: one when all of them can be read.
+/// Reads registers with as few calls as possible: one when all of them can be read. Many registers
+/// take further calls: the one for the addresses of the temperature sensors, and one for each of
+/// these, as a sensor may take most of a second.
 ///
 /// @return one reading for each address, in the same order
 /// @throws tesk::InputOutputException the service does not answer
 std::vector<Reading> readEach(IoMapping& io, const std::vector<int>& addresses);
+
+/// The same for registers whose properties are known. Each temperature sensor takes a call.
+std::vector<Reading> readKnown(IoMapping& io, const std::vector<RegisterInfo>& infos);
 
 /// The name of a register for messages: "register 12 (relay 3)", or "register 12" when the service
 /// does not know the register or does not answer.

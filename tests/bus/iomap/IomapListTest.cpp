@@ -132,6 +132,24 @@ TEST_F(IomapListTest, JsonHasAnObjectForEveryRegister) {
          "maximum": 4294967295, "value": 0}])"));
 }
 
+TEST_F(IomapListTest, TemperatureSensorsThatAreNotThereAreMissingAndTakeACallEach) {
+    startLoggingService(
+        mapOf({R"({"address": 1, "size": 32, "count": 1})",
+               R"({"address": 2, "size": 32, "count": 2, "type": "sensor_temp_value"})"}));
+    EXPECT_EQ(iomapDone({"list"}),
+              std::string(HEADER) +
+                  "      1  virtual                         1  4294967295  0\n"
+                  "      2  sensor_temp_value               1  4294967295  missing\n"
+                  "      3  sensor_temp_value               2  4294967295  missing\n");
+    EXPECT_EQ(callsOf("Read"), 2);
+    EXPECT_EQ(callsOf("ReadList"), 1);
+    EXPECT_EQ(iomapJson({"list", "--json", "--type", "sensor_temp_value"}), json(R"([
+        {"address": 2, "type": "sensor_temp_value", "index": 1, "maximum": 4294967295,
+         "value": 4096, "missing": true},
+        {"address": 3, "type": "sensor_temp_value", "index": 2, "maximum": 4294967295,
+         "value": 4096, "missing": true}])"));
+}
+
 TEST_F(IomapListTest, TypesSelectTheirRegisters) {
     startService(map);
     const std::string reserved = "     20  reserved                        1         255  0\n";

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include <chrono>
 #include <filesystem>
 
+#include "Build.h"
 #include "IomapFixture.h"
 
 namespace {
@@ -51,6 +53,22 @@ TEST_F(IomapReadTest, WhenOneRegisterCannotBeReadItIsNamedAndNoValueIsPrinted) {
     expectFailure(iomap({"read", "1-5"}), 1, "register 5: address '5' not found");
     expectFailure(iomap({"read", "2147483647"}), 1,
                   "register 2147483647: address '2147483647' not found");
+}
+
+TEST_F(IomapReadTest, TheFirstUnknownAddressOfALongRangeIsNamedAtOnce) {
+    const auto start = std::chrono::steady_clock::now();
+    expectFailure(iomap({"read", "1-65536"}), 1, "register 5: address '5' not found");
+    EXPECT_LT(std::chrono::steady_clock::now() - start,
+              std::chrono::seconds(EMULATED || SANITIZED ? 20 : 2));
+}
+
+TEST_F(IomapReadTest, ATemperatureSensorThatIsNotThereIsMissing) {
+    startService(mapOf({R"({"address": 1, "size": 32, "count": 2})",
+                        R"({"address": 3, "size": 32, "count": 2, "type": "sensor_temp_value"})"}));
+    iomapDone({"write", "1=4096"});
+    EXPECT_EQ(iomapDone({"read", "1-4"}), "4096\n0\nmissing\nmissing\n");
+    EXPECT_EQ(iomapJson({"read", "--json", "1", "3"}), json(R"([
+        {"address": 1, "value": 4096}, {"address": 3, "value": 4096, "missing": true}])"));
 }
 
 TEST_F(IomapReadTest, WhenOneRegisterCannotBeReadJsonHasItsErrorAndTheOtherValues) {

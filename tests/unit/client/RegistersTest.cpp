@@ -3,8 +3,10 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <map>
 #include <mutex>
+#include <numeric>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -91,6 +93,9 @@ class FakeService {
         }
         gint32 number = 0;
         g_variant_get(body, "(i)", &number);
+        if (method == "Read") {
+            return g_variant_new("(i)", valueOf(number));
+        }
         if (method == "GetParams") {
             const Entry& entry = find(number);
             return g_variant_new("(iii)", static_cast<int>(entry.type), entry.index, entry.maximum);
@@ -112,13 +117,17 @@ class FakeService {
         for (gsize i = 0; i < g_variant_n_children(list); ++i) {
             gint32 address = 0;
             g_variant_get_child(list, i, "i", &address);
-            const Entry& entry = find(address);
-            if (!entry.value) {
-                throw std::runtime_error("cannot read " + std::to_string(address));
-            }
-            values.push_back(*entry.value);
+            values.push_back(valueOf(address));
         }
         return numbers(values);
+    }
+
+    int valueOf(int address) const {
+        const Entry& entry = find(address);
+        if (!entry.value) {
+            throw std::runtime_error("cannot read " + std::to_string(address));
+        }
+        return *entry.value;
     }
 
     const Entry& find(int address) const {
@@ -151,21 +160,41 @@ class RegistersTest : public testing::Test {
 
     /// The values, or the reasons why there is none.
     std::vector<std::string> readings(const std::vector<int>& addresses) {
+        return textsOf(readEach(io, addresses));
+    }
+
+    static std::vector<std::string> textsOf(const std::vector<Reading>& readings) {
         std::vector<std::string> texts;
-        for (const Reading& reading : readEach(io, addresses)) {
-            texts.push_back(reading.error.empty() ? std::to_string(reading.value) : reading.error);
+        for (const Reading& reading : readings) {
+            texts.push_back(
+                (reading.error.empty() ? std::to_string(reading.value) : reading.error) +
+                (reading.missing ? " missing" : "") + (reading.unknown ? " unknown" : ""));
         }
         return texts;
     }
 
+    /// How often each method has been called.
+    std::map<std::string, int> callCounts() const {
+        std::map<std::string, int> counts;
+        for (const std::string& call : service.calls()) {
+            ++counts[call.substr(0, call.find(' '))];
+        }
+        return counts;
+    }
+
     PrivateBus bus;
-    /// Two relays, two inputs, and two analogs, the second of which cannot be read.
+    /// Two relays, two inputs, three analogs, the second of which cannot be read, and three
+    /// temperature sensors: one is there, one is missing, one cannot be read.
     FakeService service{{{12, {RegisterType::RELAY, 1, 1, 1}},
                          {3, {RegisterType::RELAY, 2, 1, 0}},
                          {7, {RegisterType::INPUT_DIGITAL, 1, -1, -5}},
                          {8, {RegisterType::INPUT_DIGITAL, 2, -1, 6}},
                          {20, {RegisterType::INPUT_ANALOG, 1, 4095, 70}},
-                         {21, {RegisterType::INPUT_ANALOG, 2, 4095, {}}}}};
+                         {21, {RegisterType::INPUT_ANALOG, 2, 4095, {}}},
+                         {22, {RegisterType::INPUT_ANALOG, 3, 4095, 4096}},
+                         {30, {RegisterType::SENSOR_TEMP_VALUE, 1, -1, 21500}},
+                         {31, {RegisterType::SENSOR_TEMP_VALUE, 2, -1, 4096}},
+                         {32, {RegisterType::SENSOR_TEMP_VALUE, 3, -1, {}}}}};
     IoMapping io;
 };
 
@@ -178,7 +207,7 @@ TEST_F(RegistersTest, TheAddressesOfSomeTypesAreAscendingAndUnique) {
 }
 
 TEST_F(RegistersTest, WithoutATypeAllAddressesAreMeant) {
-    EXPECT_THAT(addressesOf(io, {}), ElementsAre(3, 7, 8, 12, 20, 21));
+    EXPECT_THAT(addressesOf(io, {}), ElementsAre(3, 7, 8, 12, 20, 21, 22, 30, 31, 32));
 }
 
 TEST_F(RegistersTest, TheMaximumIsAnUnsignedNumber) {
@@ -211,7 +240,52 @@ TEST_F(RegistersTest, NoRegistersTakeNoCall) {
 
 TEST_F(RegistersTest, ARegisterThatCannotBeReadTakesNoOtherWithIt) {
     EXPECT_THAT(readings({12, 21, 7, 99, 3}),
-                ElementsAre("1", "cannot read 21", "-5", "address '99' not found", "0"));
+                ElementsAre("1", "cannot read 21", "-5", "address '99' not found unknown", "0"));
+}
+
+TEST_F(RegistersTest, UnknownRegistersAmongManyTakeAFewCallsAltogether) {
+    std::vector<int> addresses(65536);
+    std::iota(addresses.begin(), addresses.end(), 1);
+    addresses.erase(std::find(addresses.begin(), addresses.end(), 21));
+    addresses.erase(std::find(addresses.begin(), addresses.end(), 32));
+    const std::vector<std::string> texts = readings(addresses);
+    EXPECT_EQ(texts[0], "address '1' not found unknown");
+    EXPECT_EQ(texts[2], "0");
+    EXPECT_EQ(callCounts()["ReadList"], 2);
+    EXPECT_LE(service.calls().size(), 40);
+}
+
+TEST_F(RegistersTest, AnUnknownRegisterAloneIsToldInTheWordsOfTheService) {
+    EXPECT_THAT(readings({99}), ElementsAre("address '99' not found"));
+    EXPECT_THAT(service.calls(), ElementsAre("ReadList (<[99]>,)"));
+}
+
+TEST_F(RegistersTest, TemperaturesAmongManyRegistersTakeACallEach) {
+    EXPECT_THAT(readings({30, 12, 31, 3, 32, 7, 30}),
+                ElementsAre("21500", "1", "4096 missing", "0", "cannot read 32", "-5", "21500"));
+    EXPECT_THAT(service.calls(),
+                ElementsAre("GetAddrsPerType (8,)", "ReadList (<[12, 3, 7]>,)", "Read (30,)",
+                            "Read (31,)", "Read (32,)", "Read (30,)"));
+}
+
+TEST_F(RegistersTest, ManyRegistersWithoutTemperaturesTakeOneListAndOneQuestionForTypes) {
+    EXPECT_THAT(readings({3, 3, 3, 3, 3, 3}), ElementsAre("0", "0", "0", "0", "0", "0"));
+    EXPECT_THAT(service.calls(),
+                ElementsAre("GetAddrsPerType (8,)", "ReadList (<[3, 3, 3, 3, 3, 3]>,)"));
+}
+
+TEST_F(RegistersTest, KnownTemperaturesAlwaysTakeACallEach) {
+    const std::vector<RegisterInfo> infos{{30, RegisterType::SENSOR_TEMP_VALUE, 1, 0},
+                                          {12, RegisterType::RELAY, 1, 1},
+                                          {31, RegisterType::SENSOR_TEMP_VALUE, 2, 0}};
+    EXPECT_THAT(textsOf(readKnown(io, infos)), ElementsAre("21500", "1", "4096 missing"));
+    EXPECT_THAT(service.calls(), ElementsAre("ReadList (<[12]>,)", "Read (30,)", "Read (31,)"));
+}
+
+TEST_F(RegistersTest, OnlyATemperatureSensorCanBeMissing) {
+    EXPECT_THAT(readings({31}), ElementsAre("4096 missing"));
+    EXPECT_THAT(service.calls(), ElementsAre("ReadList (<[31]>,)", "GetAddrsPerType (8,)"));
+    EXPECT_THAT(readings({22, 3}), ElementsAre("4096", "0"));
 }
 
 TEST_F(RegistersTest, ARegisterIsNamedWithItsTypeAndIndexIfItIsKnown) {
