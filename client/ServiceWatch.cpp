@@ -27,19 +27,19 @@ ObjectOwner<GDBusConnection> connect(GCancellable* cancellable) {
         const bool timedOut = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED) != FALSE;
         failWithoutBus(timedOut ? TIMED_OUT : error->message);
     }
+    // Else the loss of the bus would kill the program without a word.
+    g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
     return bus;
 }
 
 }  // namespace
 
-ServiceWatch::ServiceWatch() : connection(withinTimeLimit(TIME_LIMIT, connect)) {
-    // Else the loss of the bus would kill the program without a word.
-    g_dbus_connection_set_exit_on_close(connection.get(), FALSE);
-    closedId = g_signal_connect(connection.get(), "closed", G_CALLBACK(onClosed), this);
-    watchId = g_bus_watch_name_on_connection(connection.get(), BusContract::SERVICE_NAME,
+ServiceWatch::ServiceWatch()
+    : connection(withinTimeLimit(TIME_LIMIT, connect)),
+      closedId(g_signal_connect(connection.get(), "closed", G_CALLBACK(onClosed), this)),
+      watchId(g_bus_watch_name_on_connection(connection.get(), BusContract::SERVICE_NAME,
                                              G_BUS_NAME_WATCHER_FLAGS_NONE, onCame, onWent, this,
-                                             nullptr);
-}
+                                             nullptr)) {}
 
 ServiceWatch::~ServiceWatch() {
     g_bus_unwatch_name(watchId);

@@ -110,8 +110,10 @@ TEST_F(ServiceWatchTest, ABusThatDoesNotAnswerIsGivenUp) {
 }
 
 TEST_F(ServiceWatchTest, ABusThatDoesNotSayWhetherTheServiceIsThereIsGivenUp) {
-    start();
+    // The watch shares this connection, so that it finds one to a bus that is stopped already.
+    const ObjectOwner<GDBusConnection> shared(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
     bus.signal(SIGSTOP);
+    start();
     EXPECT_THAT([this] { watch->waitForFirstEvent(); },
                 ThrowsMessage<Failure>("cannot reach the D-Bus system bus: Timeout was reached"));
     bus.signal(SIGCONT);
