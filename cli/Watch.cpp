@@ -17,6 +17,7 @@
 #include "client/Failure.h"
 #include "client/ServiceProbe.h"
 #include "client/ServiceWatch.h"
+#include "program/Report.h"
 
 namespace {
 
@@ -132,7 +133,7 @@ class Watcher {
             probeService(probeLimit(end), ServiceStart::ALLOWED);
             choose();
         } catch (const std::exception& e) {
-            std::cerr << "iomap: " << reasonOf(e) << std::endl;
+            report("iomap", reasonOf(e), EXIT_FAILURE);
         }
         std::cerr << "iomap: the service is back" << std::endl;
     }

@@ -77,6 +77,8 @@ TEST_F(IomapTest, WhatIsNotUnderstoodIsStatus2AndOneLineEvenWithoutABus) {
         {{"read", "x"}, "'x' is neither an address nor a range FIRST-LAST"},
         {{"read", "1", "5-"}, "'5-' is neither an address nor a range FIRST-LAST"},
         {{"read", "two\nlines"}, "'two lines' is neither an address nor a range FIRST-LAST"},
+        {{"read", "\x1b[2J"}, "'\\x1b[2J' is neither an address nor a range FIRST-LAST"},
+        {{"list", "\x1b]0;ü\a"}, "The following argument was not expected: \\x1b]0;ü\\x07"},
         {{"read", "1", "list"}, "'list' is neither an address nor a range FIRST-LAST"},
         {{"write"}, "assignment is required"},
         {{"write", "1"}, "'1' is not of the form ADDR=VALUE"},

@@ -18,6 +18,23 @@ TEST(ReportTest, IsOneLineUnderTheNameOfTheProgram) {
                 "^tool: it quotes two lines\n$");
 }
 
+TEST(ReportTest, ControlCharactersAreWrittenAsNumbersAndTextIsKept) {
+    EXPECT_EQ(printable("a\x1b[31mb\r\t\x7f"), "a\\x1b[31mb\\x0d\\x09\\x7f");
+    EXPECT_EQ(printable(std::string_view("\0", 1)), "\\x00");
+    EXPECT_EQ(printable("two\nlines"), "two lines");
+    EXPECT_EQ(printable("für 温度 🌡 €"), "für 温度 🌡 €");
+    EXPECT_EQ(printable("\u009b\u00a0\u009fx"), "\\xc2\\x9b\u00a0\\xc2\\x9fx");
+    EXPECT_EQ(printable(""), "");
+}
+
+TEST(ReportTest, WhatIsNoUtf8IsWrittenAsNumbers) {
+    EXPECT_EQ(printable("\xff\xc3("), "\\xff\\xc3(");
+    EXPECT_EQ(printable("\xe2\x82"), "\\xe2\\x82");
+    EXPECT_EQ(printable("\xc0\x9b"), "\\xc0\\x9b");
+    EXPECT_EXIT(std::exit(report("tool", "no '\x1b'", 1)), ExitedWithCode(1),
+                "^tool: no '\\\\x1b'\n$");
+}
+
 TEST(ReportTest, AUsageErrorNamesTheHelpAndIsStatus2) {
     EXPECT_EXIT(std::exit(reportUsageError("tool", "what is 'a\nb'?")), ExitedWithCode(2),
                 "^tool: what is 'a b'\\?; see tool --help\n$");
