@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "RegisterType.h"
+#include "ServiceError.h"
 
 /// An application's access to the registers of the device.
 ///
@@ -22,6 +23,9 @@
 /// reads and writes need not call run(). The service may come and go: calls fail while it is away
 /// and work again afterwards. Notifications go on, too.
 ///
+/// What the methods throw is a tesk::InputOutputException. It is always a ServiceError, too, which
+/// tells a program what has gone wrong.
+///
 /// After fork() the child cannot use its parent's objects, as the threads of GLib stay with the
 /// parent: calls wait for ever. Call exec, or use the class in the child alone.
 class [[gnu::visibility("default")]] IoMapping {
@@ -30,7 +34,7 @@ class [[gnu::visibility("default")]] IoMapping {
     /// Neither calls the service nor starts it; the service need not run yet. Any thread may
     /// construct an object.
     ///
-    /// @throws tesk::InputOutputException "Error initializing DBus: %s" when the bus cannot be
+    /// @throws ServiceError "Error initializing DBus: %s" when the bus cannot be
     ///         reached, "Error creating service proxy: %s" when it refuses or does not answer
     IoMapping();
 
@@ -65,7 +69,7 @@ class [[gnu::visibility("default")]] IoMapping {
     ///
     /// @param address the register's address
     /// @return its value; registers of 32 bits use the whole range of `int`
-    /// @throws tesk::InputOutputException "Error calling method: %s" with the reason: there is no
+    /// @throws ServiceError "Error calling method: %s" with the reason: there is no
     ///         such register, its hardware cannot be read, or the service does not answer
     int readValue(int address);
 
@@ -74,7 +78,7 @@ class [[gnu::visibility("default")]] IoMapping {
     /// @param addresses the registers' addresses, in any order, at most 65536; repeated ones are
     ///        read repeatedly
     /// @return one value for each address, in the same order
-    /// @throws tesk::InputOutputException as readValue(), when one of them cannot be read; also
+    /// @throws ServiceError as readValue(), when one of them cannot be read; also
     ///         for more than 65536 addresses, which are not sent
     std::vector<int> readValues(const std::vector<int>& addresses);
 
@@ -82,7 +86,7 @@ class [[gnu::visibility("default")]] IoMapping {
     ///
     /// @param address the register's address
     /// @param value 0 to the register's maximum, compared as unsigned
-    /// @throws tesk::InputOutputException "Error calling method: %s" with the reason: there is no
+    /// @throws ServiceError "Error calling method: %s" with the reason: there is no
     ///         such register, it does not take this value or any, its hardware cannot be written,
     ///         or the service does not answer
     void writeValue(int address, int value);
@@ -92,13 +96,13 @@ class [[gnu::visibility("default")]] IoMapping {
     /// @param address the register's address
     /// @return its type, its index within its field of the map (from 1), and its maximum, which is
     ///         an unsigned number (-1 stands for 4294967295)
-    /// @throws tesk::InputOutputException as readValue()
+    /// @throws ServiceError as readValue()
     std::tuple<RegisterType, int, int> getParams(int address);
 
     /// The registers of a type.
     ///
     /// @return their addresses in ascending order; empty when there is none
-    /// @throws tesk::InputOutputException "Error calling method: %s": the service does not answer
+    /// @throws ServiceError "Error calling method: %s": the service does not answer
     std::vector<int> getAddrsPerType(RegisterType type);
 
     /// Has a function called with address and new value whenever a register changes. The function

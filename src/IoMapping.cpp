@@ -9,12 +9,13 @@
 #include <string>
 
 #include "BusContract.h"
+#include "ServiceError.h"
 #include "support/CallLimits.h"
 #include "support/ChangeFilter.h"
+#include "support/ErrorCause.h"
 #include "support/GLibOwners.h"
 #include "support/Pattern.h"
 #include "support/TimeLimit.h"
-#include "tesk/Exceptions.h"
 
 namespace {
 
@@ -41,11 +42,23 @@ constexpr auto PROXY_FLAGS = static_cast<GDBusProxyFlags>(
 /// run(true) must not take the whole processor.
 constexpr guint CLOSED_PAUSE_MS = 100;
 
-[[noreturn]] void fail(const Pattern<std::string>& pattern, GError* error) {
+/// Fails for want of the bus, whatever the error is.
+[[noreturn]] void failWithoutBus(const Pattern<std::string>& pattern, GError* error) {
     const ErrorOwner owner(error);
     // Only the time limit cancels.
     const bool timedOut = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED) != FALSE;
-    throw tesk::InputOutputException(pattern(timedOut ? TIMED_OUT : error->message));
+    throw ServiceError(pattern(timedOut ? TIMED_OUT : error->message), ServiceError::Cause::NO_BUS,
+                       busNameOf(*error));
+}
+
+[[noreturn]] void failCall(GError* error) {
+    const ErrorOwner owner(error);
+    throw ServiceError(CALL_FAILED(error->message), causeOf(*error), busNameOf(*error));
+}
+
+[[noreturn]] void failReply(GVariant* reply) {
+    throw ServiceError(CALL_FAILED(REPLY_UNEXPECTED(g_variant_get_type_string(reply))),
+                       ServiceError::Cause::OTHER, {});
 }
 
 struct ConnectionClose {
@@ -64,7 +77,7 @@ ConnectionOwner connectToSystemBus(GCancellable* cancellable) {
     const StringOwner address(
         g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, cancellable, &error));
     if (!address) {
-        fail(BUS_FAILED, error);
+        failWithoutBus(BUS_FAILED, error);
     }
     ConnectionOwner connection(g_dbus_connection_new_for_address_sync(
         address.get(),
@@ -72,7 +85,7 @@ ConnectionOwner connectToSystemBus(GCancellable* cancellable) {
                                           G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
         nullptr, cancellable, &error));
     if (!connection) {
-        fail(BUS_FAILED, error);
+        failWithoutBus(BUS_FAILED, error);
     }
     return connection;
 }
@@ -112,8 +125,7 @@ std::vector<int> unboxInts(GVariant* reply) {
     const VariantOwner boxed(g_variant_get_child_value(reply, 0));
     const VariantOwner list(g_variant_get_variant(boxed.get()));
     if (g_variant_is_of_type(list.get(), G_VARIANT_TYPE("ai")) == FALSE) {
-        throw tesk::InputOutputException(
-            CALL_FAILED(REPLY_UNEXPECTED(g_variant_get_type_string(list.get()))));
+        failReply(list.get());
     }
     gsize count = 0;
     const auto* const numbers =
@@ -135,7 +147,7 @@ struct IoMapping::State {
     /// Calls a method of the service.
     ///
     /// @return the reply, of the type asked for
-    /// @throws tesk::InputOutputException "Error calling method: %s"
+    /// @throws ServiceError "Error calling method: %s"
     VariantOwner call(const char* method, GVariant* parameters, const char* replyType) const;
 
     static void onSignal(GDBusConnection* connection, const gchar* sender, const gchar* objectPath,
@@ -161,7 +173,7 @@ void IoMapping::State::open(GCancellable* cancellable) {
     GError* error = nullptr;
     nodeInfo.reset(g_dbus_node_info_new_for_xml(BusContract::INTROSPECTION_XML, &error));
     if (!nodeInfo) {
-        fail(INTROSPECTION_FAILED, error);
+        failWithoutBus(INTROSPECTION_FAILED, error);
     }
     const char* const interfaceName = nodeInfo->interfaces[0]->name;
     filter = std::make_shared<ChangeFilter>(interfaceName, BusContract::CHANGE_SIGNAL);
@@ -177,7 +189,7 @@ void IoMapping::State::open(GCancellable* cancellable) {
                               BusContract::OBJECT_PATH, interfaceName, cancellable, &error));
     if (!proxy) {
         g_dbus_connection_signal_unsubscribe(connection.get(), subscriptionId);
-        fail(PROXY_FAILED, error);
+        failWithoutBus(PROXY_FAILED, error);
     }
 }
 
@@ -200,11 +212,10 @@ VariantOwner IoMapping::State::call(const char* method, GVariant* parameters,
         nodeInfo->interfaces[0]->name, method, parameters, nullptr, G_DBUS_CALL_FLAGS_NONE,
         CALL_TIMEOUT_MS, nullptr, &error));
     if (!reply) {
-        fail(CALL_FAILED, error);
+        failCall(error);
     }
     if (g_variant_is_of_type(reply.get(), G_VARIANT_TYPE(replyType)) == FALSE) {
-        throw tesk::InputOutputException(
-            CALL_FAILED(REPLY_UNEXPECTED(g_variant_get_type_string(reply.get()))));
+        failReply(reply.get());
     }
     return reply;
 }
@@ -276,7 +287,8 @@ int IoMapping::readValue(int address) {
 std::vector<int> IoMapping::readValues(const std::vector<int>& addresses) {
     // A list beyond what the bus carries in one message would cost the connection.
     if (addresses.size() > BusContract::MOST_ADDRESSES) {
-        throw tesk::InputOutputException(CALL_FAILED(CallLimits::listTooLong(addresses.size())));
+        throw ServiceError(CALL_FAILED(CallLimits::listTooLong(addresses.size())),
+                           ServiceError::Cause::LIMITS_EXCEEDED, {});
     }
     return unboxInts(
         state->call("ReadList", g_variant_new("(v)", intArray(addresses)), "(v)").get());

@@ -15,7 +15,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 # What a header of ours must show there; proof that the headers are read at all.
 EXPECTED = {"IoMapping::readValue", "Server::run", "getTypeName", "endProcess", "RegisterType::RELAY",
             "GpioDriver::GpioDriver", "tesk::ParseException", "InfoIo::relays",
-            "BusContract::SERVICE_NAME", "getAllTypes"}
+            "BusContract::SERVICE_NAME", "getAllTypes", "ServiceError::getCause"}
 
 
 def described(element):

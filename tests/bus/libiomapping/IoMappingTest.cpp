@@ -23,16 +23,28 @@ using testing::StartsWith;
 
 using Changes = std::vector<std::pair<int, int>>;
 
-/// What an operation throws; it must be exactly an InputOutputException.
+/// What an operation throws; it must be an InputOutputException.
 template <typename Operation>
 std::string failureOf(const Operation& operation) {
     try {
         operation();
-    } catch (const std::exception& e) {
-        EXPECT_EQ(typeid(e), typeid(tesk::InputOutputException));
+    } catch (const tesk::InputOutputException& e) {
         return e.what();
     }
     return "no failure";
+}
+
+using Cause = ServiceError::Cause;
+
+/// The cause that an operation throws, and the name of the error on the bus.
+template <typename Operation>
+std::pair<Cause, std::string> causeOf(const Operation& operation) {
+    try {
+        operation();
+    } catch (const ServiceError& e) {
+        return {e.getCause(), e.getErrorName()};
+    }
+    throw std::logic_error("no failure");
 }
 
 class IoMappingTest : public BusFixture {
@@ -114,8 +126,9 @@ TEST_F(IoMappingTest, TheFirstChangeAfterTheConstructionIsNotMissed) {
         IoMapping io;
         Changes changes;
         io.enableNotifications(1, into(changes));
-        g_dbus_connection_emit_signal(service.get(), nullptr, BusClient::PATH, BusClient::INTERFACE,
-                                      "OnValueChange", g_variant_new("(ii)", 1, i), nullptr);
+        g_dbus_connection_emit_signal(service.get(), nullptr, BusClient::PATH,
+                                       BusClient::INTERFACE, "OnValueChange",
+                                       g_variant_new("(ii)", 1, i), nullptr);
         ASSERT_TRUE(runClientUntil(io, [&changes] { return !changes.empty(); })) << i;
     }
     g_dbus_connection_close_sync(service.get(), nullptr, nullptr);
@@ -177,6 +190,21 @@ TEST_F(IoMappingTest, ARefusalCarriesTheServicesText) {
     EXPECT_EQ(failureOf([&io] { io.getParams(99); }), prefix + "address '99' not found");
 }
 
+TEST_F(IoMappingTest, AFailureTellsAProgramItsCauseAndItsNameOnTheBus) {
+    const std::string names = "org.freedesktop.DBus.Error.";
+    IoMapping io;
+    const auto read = [&io] { io.readValue(99); };
+    EXPECT_EQ(causeOf(read), std::pair(Cause::NO_SERVICE, names + "ServiceUnknown"));
+    startService(map);
+    EXPECT_EQ(causeOf(read), std::pair(Cause::REFUSED, names + "Failed"));
+    EXPECT_EQ(causeOf([&io] { io.readValues(std::vector<int>(65'537)); }),
+              std::pair(Cause::LIMITS_EXCEEDED, std::string()));
+    bus.kill();
+    EXPECT_TRUE(runClientUntil(io, [&] { return causeOf(read).first != Cause::REFUSED; }));
+    EXPECT_EQ(causeOf(read), std::pair(Cause::NO_BUS, std::string()));
+    EXPECT_EQ(causeOf([] { IoMapping(); }), std::pair(Cause::NO_BUS, std::string()));
+}
+
 TEST_F(IoMappingTest, AListThatIsTooLongIsNotSent) {
     startService(map);
     IoMapping io;
@@ -199,6 +227,7 @@ TEST_F(IoMappingTest, AServiceThatDoesNotAnswerIsGivenUpAfter5Seconds) {
     const auto waited = std::chrono::steady_clock::now() - start;
     EXPECT_GE(waited, std::chrono::milliseconds(4900));
     EXPECT_LT(waited, std::chrono::seconds(10));
+    EXPECT_EQ(causeOf([&io] { io.readValue(1); }), std::pair(Cause::TIMED_OUT, std::string()));
     EXPECT_TRUE(io.isAlive()) << "it still holds its name";
     service.signal(SIGCONT);
     EXPECT_EQ(io.readValue(1), 0);
@@ -435,8 +464,8 @@ TEST_F(IoMappingTest, SignalsOfOthersAreNotTaken) {
     io.enableNotifications(1, into(changes));
     const BusClient stranger;
     g_dbus_connection_emit_signal(stranger.connection(), nullptr, BusClient::PATH,
-                                  BusClient::INTERFACE, "OnValueChange",
-                                  g_variant_new("(ii)", 1, 666), nullptr);
+                                   BusClient::INTERFACE, "OnValueChange",
+                                   g_variant_new("(ii)", 1, 666), nullptr);
     g_dbus_connection_flush_sync(stranger.connection(), nullptr, nullptr);
     io.writeValue(1, 3);
     EXPECT_TRUE(runClientUntil(io, [&changes] { return !changes.empty(); }));
