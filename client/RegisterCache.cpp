@@ -1,0 +1,176 @@
+// SPDX-License-Identifier: MIT
+#include "RegisterCache.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace {
+
+/// One call reads at most this many registers, so that it ends well within its 5 seconds.
+constexpr std::size_t MOST_AT_ONCE = 512;
+
+/// Each register that fails costs several calls, so it is not tried at every interval.
+constexpr std::chrono::seconds RETRY_INTERVAL(10);
+
+std::vector<int> keysOf(const std::map<int, CachedRegister>& entries) {
+    std::vector<int> addresses;
+    std::transform(entries.begin(), entries.end(), std::back_inserter(addresses),
+                   [](const auto& entry) { return entry.first; });
+    return addresses;
+}
+
+}  // namespace
+
+RegisterCache::RegisterCache(IoMapping& service, PollPlan plan, Listener listener)
+    : io(service), intervals(std::move(plan)), onChange(std::move(listener)) {}
+
+RegisterCache::~RegisterCache() {
+    io.disableNotificationsRange(keysOf(entries));
+}
+
+void RegisterCache::load() {
+    io.disableNotificationsRange(keysOf(entries));
+    entries.clear();
+    groups.clear();
+    for (const RegisterInfo& info : infosOf(io, addressesOf(io, {}))) {
+        entries[info.address] = {info, {}};
+    }
+    subscribe();
+    try {
+        readAll();
+    } catch (...) {
+        invalidate();
+        throw;
+    }
+    makeGroups(Clock::now());
+}
+
+void RegisterCache::subscribe() {
+    // Types that are not announced, too: a register in the place of missing hardware announces.
+    io.enableNotificationsRange(keysOf(entries), [this](int address, int value) {
+        take(address, {value, {}});
+    });
+}
+
+void RegisterCache::readAll() {
+    std::vector<int> quick;
+    for (const auto& [address, entry] : entries) {
+        if (!PollPlan::isSlow(entry.info.type)) {
+            quick.push_back(address);
+        }
+    }
+    read(quick);
+}
+
+void RegisterCache::makeGroups(Clock::time_point now) {
+    std::map<RegisterType, std::vector<int>> byType;
+    for (const auto& [address, entry] : entries) {
+        byType[entry.info.type].push_back(address);
+    }
+    for (auto& [type, addresses] : byType) {
+        const PollPlan::Interval interval = intervals.intervalOf(type);
+        const bool slow = PollPlan::isSlow(type);
+        if (interval > PollPlan::Interval::zero()) {
+            groups.push_back(
+                {std::move(addresses), interval, slow, slow ? now : now + interval, 0, {}, {}});
+        }
+    }
+}
+
+void RegisterCache::invalidate() {
+    groups.clear();
+    for (auto& [address, entry] : entries) {
+        CachedValue state = entry.state;
+        state.quality = CachedValue::Quality::STALE;
+        state.reason.clear();
+        change(entry, state);
+    }
+}
+
+void RegisterCache::poll(Clock::time_point now) {
+    const auto group = std::min_element(
+        groups.begin(), groups.end(), [](const Group& a, const Group& b) { return a.due < b.due; });
+    if (group == groups.end() || group->due > now) {
+        return;
+    }
+    if (group->slow) {
+        readSlow(*group, now);
+    } else {
+        readGroup(*group, now);
+    }
+}
+
+void RegisterCache::readSlow(Group& group, Clock::time_point now) {
+    read({group.addresses[group.next]});
+    group.next = (group.next + 1) % group.addresses.size();
+    if (group.next == 0) {
+        group.due = now + group.interval;
+    }
+}
+
+void RegisterCache::readGroup(Group& group, Clock::time_point now) {
+    // From now on and not from when it was due: a device that cannot keep up must not try to.
+    group.due = now + group.interval;
+    std::vector<int> addresses = group.addresses;
+    if (now >= group.retryDue) {
+        group.retryDue = now + RETRY_INTERVAL;
+    } else {
+        addresses.erase(
+            std::remove_if(addresses.begin(), addresses.end(),
+                           [&group](int address) { return group.failing.count(address) > 0; }),
+            addresses.end());
+    }
+    read(addresses);
+    group.failing.clear();
+    for (const int address : group.addresses) {
+        if (entries.at(address).state.quality == CachedValue::Quality::UNREADABLE) {
+            group.failing.insert(address);
+        }
+    }
+}
+
+void RegisterCache::read(const std::vector<int>& addresses) {
+    for (auto first = addresses.begin(); first != addresses.end();) {
+        const auto left = static_cast<std::size_t>(addresses.end() - first);
+        const auto last = first + static_cast<std::ptrdiff_t>(std::min(left, MOST_AT_ONCE));
+        const std::vector<int> part(first, last);
+        const std::vector<Reading> readings = readEach(io, part);
+        for (std::size_t i = 0; i < part.size(); ++i) {
+            take(part[i], readings[i]);
+        }
+        first = last;
+    }
+}
+
+void RegisterCache::refresh(int address) {
+    if (entries.count(address) > 0) {
+        read({address});
+    }
+}
+
+RegisterCache::Clock::time_point RegisterCache::nextPoll() const {
+    auto due = Clock::time_point::max();
+    for (const Group& group : groups) {
+        due = std::min(due, group.due);
+    }
+    return due;
+}
+
+void RegisterCache::take(int address, const Reading& reading) {
+    CachedRegister& entry = entries.at(address);
+    CachedValue state{reading.value, CachedValue::Quality::GOOD, reading.error, Clock::now()};
+    if (!reading.error.empty()) {
+        state.value = entry.state.value;
+        state.quality = CachedValue::Quality::UNREADABLE;
+    }
+    change(entry, state);
+}
+
+void RegisterCache::change(CachedRegister& entry, const CachedValue& state) {
+    const CachedValue before = std::exchange(entry.state, state);
+    if (before.value != state.value || before.quality != state.quality ||
+        before.reason != state.reason) {
+        onChange(entry);
+    }
+}
