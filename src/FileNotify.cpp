@@ -13,6 +13,7 @@
 
 #include "EndProcess.h"
 #include "support/Log.h"
+#include "support/PathBelow.h"
 #include "tesk/Exceptions.h"
 
 namespace {
@@ -82,7 +83,7 @@ FileNotify::~FileNotify() {
 
 int FileNotify::enableNotifications(const std::string& path, std::function<void(int)> callback) {
     const std::lock_guard<std::mutex> guard(watchesMutex);
-    const int wd = ::inotify_add_watch(inotify.get(), path.c_str(), IN_MODIFY);
+    const int wd = addInotifyWatch(path, false);
     if (wd == -1) {
         throw tesk::InputOutputException(WATCH_FAILED(path, errnoText()));
     }
@@ -107,6 +108,8 @@ void FileNotify::disableNotifications(int key) {
         log(logger, Poco::Message::PRIO_WARNING, KEY_UNKNOWN, key);
         throw tesk::NotFoundException("file reference not found");
     }
+    // Else the watch would go over to the same file again.
+    entry->second.state = State::ENDING;
     // Copies: another thread that disables the same key may erase the entry while this one waits.
     const bool isFile = entry->second.isFile;
     const std::string fileName = entry->second.fileName;
@@ -119,6 +122,53 @@ void FileNotify::disableNotifications(int key) {
     }
     guard.lock();
     watches.erase(key);
+}
+
+void FileNotify::setGoneListener(std::function<void(const std::string& path)> listener) {
+    const std::lock_guard<std::mutex> guard(watchesMutex);
+    goneListener = std::move(listener);
+}
+
+bool FileNotify::watchDirectory(const std::string& path) {
+    const std::lock_guard<std::mutex> guard(watchesMutex);
+    const int wd = addInotifyWatch(path, true);
+    if (wd == -1) {
+        return false;
+    }
+    watches[wd] = FileWatch{path,
+                            [this, path](int /*key*/) {
+                                if (goneListener) {
+                                    goneListener(path);
+                                }
+                            },
+                            true, true};
+    return true;
+}
+
+void FileNotify::forget(const std::string& path) {
+    const std::lock_guard<std::mutex> guard(watchesMutex);
+    for (auto& [key, watch] : watches) {
+        if (watch.isFile && isAtOrBelow(watch.fileName, path)) {
+            watch.state = State::FORGOTTEN;
+            // Fails where the kernel has ended the watch by itself. Its last record comes anyway.
+            ::inotify_rm_watch(inotify.get(), key);
+        }
+    }
+}
+
+void FileNotify::callBack(const std::string& path) {
+    visitEveryWatch([&path](Watches::iterator entry) {
+        const FileWatch& watch = entry->second;
+        if (watch.isFile && !watch.isDirectory && watch.state == State::WATCHED &&
+            isAtOrBelow(watch.fileName, path)) {
+            watch.callback(entry->first);
+        }
+    });
+}
+
+int FileNotify::addInotifyWatch(const std::string& path, bool isDirectory) const {
+    const std::uint32_t events = isDirectory ? IN_DELETE_SELF | IN_MOVE_SELF : IN_MODIFY;
+    return ::inotify_add_watch(inotify.get(), path.c_str(), events);
 }
 
 void FileNotify::wakeWorker() const {
@@ -199,14 +249,7 @@ bool FileNotify::readInotify() {
     const char* const end = buffer.data() + size;
     for (const char* record = buffer.data(); record < end;) {
         const auto* const event = reinterpret_cast<const inotify_event*>(record);
-        std::unique_lock<std::mutex> guard(watchesMutex);
-        const auto entry = watches.find(event->wd);
-        if (entry != watches.end() && entry->second.isFile) {
-            entry->second.callback(event->wd);
-        } else {
-            log(logger, Poco::Message::PRIO_WARNING, EVENT_UNKNOWN, event->wd);
-        }
-        guard.unlock();
+        serve(event->wd, event->mask);
         if ((event->mask & IN_Q_OVERFLOW) != 0) {
             callBackEveryFile();
         }
@@ -215,16 +258,76 @@ bool FileNotify::readInotify() {
     return true;
 }
 
+/// @param events the mask of the kernel's record
+void FileNotify::serve(int key, std::uint32_t events) {
+    const std::lock_guard<std::mutex> guard(watchesMutex);
+    const auto entry = watches.find(key);
+    if (entry == watches.end() || !entry->second.isFile) {
+        log(logger, Poco::Message::PRIO_WARNING, EVENT_UNKNOWN, key);
+        return;
+    }
+    const bool isLast = (events & IN_IGNORED) != 0;
+    if (entry->second.state == State::FORGOTTEN) {
+        if (isLast) {
+            watches.erase(entry);
+        }
+        return;
+    }
+    entry->second.callback(key);
+    if (isLast) {
+        followFile(entry);
+    }
+}
+
+/// Sees whether a watch is still the watch of the file of its path. If not, the watch goes over to
+/// the file that is there now, or ends where there is none.
+void FileNotify::followFile(Watches::iterator watch) {
+    if (!goneListener || watch->second.state == State::ENDING) {
+        return;
+    }
+    const int key = addInotifyWatch(watch->second.fileName, watch->second.isDirectory);
+    if (key == watch->first) {
+        return;
+    }
+    auto node = watches.extract(watch);
+    const std::string path = node.mapped().fileName;
+    if (key != -1) {
+        node.key() = key;
+        watches.insert(std::move(node));
+    }
+    goneListener(path);
+}
+
 /// The kernel does not tell which changes it dropped. Every file may be one that changed. The queue
 /// can overflow again meanwhile: the kernel then queues a new overflow record, so the last changes
 /// are always followed by a call of every file.
 void FileNotify::callBackEveryFile() {
+    visitEveryWatch([this](Watches::iterator entry) {
+        if (entry->second.isFile) {
+            visitAfterOverflow(entry);
+        }
+    });
+}
+
+/// A record that the kernel dropped may have been the last one of a file that has gone.
+void FileNotify::visitAfterOverflow(Watches::iterator watch) {
+    if (watch->second.state == State::FORGOTTEN) {
+        watches.erase(watch);
+        return;
+    }
+    if (!watch->second.isDirectory) {
+        watch->second.callback(watch->first);
+    }
+    followFile(watch);
+}
+
+/// Visits each watch with the mutex held. A visit may erase its watch.
+template <typename Visit>
+void FileNotify::visitEveryWatch(const Visit& visitWatch) {
     std::unique_lock<std::mutex> guard(watchesMutex);
     for (auto entry = watches.begin(); entry != watches.end();) {
         const int key = entry->first;
-        if (entry->second.isFile) {
-            entry->second.callback(key);
-        }
+        visitWatch(entry);
         // Other threads need not wait for all callbacks to add or end a watch.
         guard.unlock();
         guard.lock();

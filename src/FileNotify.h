@@ -5,6 +5,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -63,26 +64,67 @@ class FileNotify : public tesk::ObjectBase {
     /// @throws tesk::NotFoundException "file reference not found"; the log tells the key
     void disableNotifications(int key);
 
+    /// Sets what is called when a watched file has been replaced or deleted, and when a watched
+    /// directory has been moved, replaced or deleted. The call comes after the callback of the
+    /// file. While there is a listener, the watch of a file that is replaced goes over to the new
+    /// file under another key, and the watch of a file that is deleted ends. May be called from any
+    /// thread but from a callback.
+    ///
+    /// @param listener called with the path, on the worker thread, under the rules of a callback;
+    ///        empty to hear nothing any longer
+    void setGoneListener(std::function<void(const std::string& path)> listener);
+
+    /// Tells the listener when a directory is moved or deleted. What happens in the directory is
+    /// not watched. May be called from any thread but from a callback.
+    ///
+    /// @return false if the kernel refuses the watch
+    bool watchDirectory(const std::string& path);
+
+    /// Ends all watches at and below a path at once. No callback of theirs is called any more, and
+    /// the listener hears nothing of their files. Nothing is logged. May be called from any thread
+    /// but from a callback.
+    void forget(const std::string& path);
+
+    /// Calls back for each watched file at and below a path, in the order in which the watches were
+    /// enabled, on the calling thread. May be called from any thread but from a callback.
+    void callBack(const std::string& path);
+
     /// What the worker thread runs.
     void workerFunction();
 
  private:
+    enum class State : std::uint8_t {
+        WATCHED,
+        ENDING,    ///< disableNotifications() is at work; the callback is still called.
+        FORGOTTEN  ///< Waits for the kernel's last record.
+    };
+
     /// One watch, under the inotify watch descriptor or the polled descriptor as its key.
     struct FileWatch {
         std::string fileName;
         std::function<void(int)> callback;
         bool isFile{false};
+        bool isDirectory{false};
+        State state{State::WATCHED};
         /// Whether the present poll set holds this watch. The set may instead hold an earlier watch
         /// of the same number, of another descriptor.
         bool isPolled{false};
         bool isBroken{false};
     };
 
+    using Watches = std::map<int, FileWatch>;
+
     void wakeWorker() const;
+    int addInotifyWatch(const std::string& path, bool isDirectory) const;
     std::vector<pollfd> pollSet();
     bool visit(const pollfd& entry);
     bool readInotify();
+    void serve(int key, std::uint32_t events);
+    void followFile(Watches::iterator watch);
     void callBackEveryFile();
+    void visitAfterOverflow(Watches::iterator watch);
+    template <typename Visit>
+    void visitEveryWatch(const Visit& visitWatch);
     void visitDescriptor(const pollfd& entry);
     void removeInotifyWatch(int key, const std::string& fileName);
 
@@ -92,6 +134,7 @@ class FileNotify : public tesk::ObjectBase {
     /// The read end and the write end.
     std::array<FileDescriptor, 2> wakePipe;
     std::mutex watchesMutex;
-    std::map<int, FileWatch> watches;
+    Watches watches;
+    std::function<void(const std::string& path)> goneListener;
     std::size_t fdWatchCount{0};
 };

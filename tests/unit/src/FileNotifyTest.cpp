@@ -703,6 +703,174 @@ TEST_F(FileNotifyTest, AFileThatGoesCallsBackOnceMore) {
     }
 }
 
+/// Collects the paths that a notifier tells its listener, until it goes.
+class GonePaths {
+ public:
+    explicit GonePaths(FileNotify& notifier) : notify(notifier) {
+        notify.setGoneListener([this](const std::string& path) {
+            const std::lock_guard<std::mutex> guard(mutex);
+            paths.push_back(path);
+        });
+    }
+    ~GonePaths() { notify.setGoneListener({}); }
+    GonePaths(const GonePaths&) = delete;
+    GonePaths& operator=(const GonePaths&) = delete;
+
+    std::vector<std::string> told() const {
+        const std::lock_guard<std::mutex> guard(mutex);
+        return paths;
+    }
+    bool reach(std::size_t count) const {
+        return runUntil([this, count] { return told().size() >= count; });
+    }
+
+ private:
+    FileNotify& notify;
+    mutable std::mutex mutex;
+    std::vector<std::string> paths;
+};
+
+TEST_F(FileNotifyTest, AFileThatIsReplacedIsWatchedOnAndToldToTheListener) {
+    const GonePaths gone(notify);
+    const CallbackRecord calls;
+    const std::string path = file("value");
+    const int key = notify.enableNotifications(path, calls.callback());
+    std::filesystem::rename(file("new"), path);
+    ASSERT_TRUE(gone.reach(1));
+    EXPECT_THAT(gone.told(), ElementsAre(path));
+    EXPECT_THAT(calls.keys(), ElementsAre(key));
+    modify(path);
+    ASSERT_TRUE(calls.reach(2));
+    EXPECT_GT(calls.keys().back(), key);
+    EXPECT_THAT(log.texts(WARNING), IsEmpty());
+    EXPECT_THROW(notify.disableNotifications(key), tesk::NotFoundException);
+}
+
+TEST_F(FileNotifyTest, AFileThatIsDeletedIsToldToTheListenerAndItsWatchEnds) {
+    const GonePaths gone(notify);
+    const std::string path = file("value");
+    const int key = watch(path);
+    std::filesystem::remove(path);
+    ASSERT_TRUE(gone.reach(1));
+    EXPECT_THAT(gone.told(), ElementsAre(path));
+    EXPECT_THROW(notify.disableNotifications(key), tesk::NotFoundException);
+}
+
+TEST_F(FileNotifyTest, AFileThatIsDisabledIsNotToldToTheListener) {
+    const GonePaths gone(notify);
+    const std::string path = file("value");
+    notify.disableNotifications(watch(path));
+    ASSERT_TRUE(allIsServed());
+    EXPECT_THAT(gone.told(), IsEmpty());
+}
+
+TEST_F(FileNotifyTest, ADirectoryThatIsMovedOrDeletedIsToldToTheListener) {
+    const std::filesystem::path board = directory.path() / "board";
+    const std::filesystem::path away = directory.path() / "away";
+    for (const auto& go :
+         std::vector<std::function<void()>>{[&] { std::filesystem::remove(board); },
+                                            [&] { std::filesystem::rename(board, away); }}) {
+        const GonePaths gone(notify);
+        std::filesystem::create_directory(board);
+        ASSERT_TRUE(notify.watchDirectory(board));
+        // What happens in the directory is not told.
+        writeFile(board / "value", "1");
+        std::filesystem::remove(board / "value");
+        ASSERT_TRUE(allIsServed());
+        EXPECT_THAT(gone.told(), IsEmpty());
+        go();
+        EXPECT_TRUE(gone.reach(1));
+        EXPECT_THAT(gone.told(), Each(board.string()));
+    }
+    EXPECT_FALSE(notify.watchDirectory(directory.path() / "missing"));
+}
+
+TEST_F(FileNotifyTest, WhatIsForgottenIsNeitherCalledBackNorTold) {
+    const GonePaths gone(notify);
+    const CallbackRecord calls;
+    const CallbackRecord otherCalls;
+    const std::filesystem::path board = directory.path() / "board-1";
+    const std::filesystem::path other = directory.path() / "board-10";
+    for (const auto& [tree, record] : {std::pair(board, &calls), std::pair(other, &otherCalls)}) {
+        writeFile(tree / "value", "0");
+        notify.watchDirectory(tree);
+        notify.enableNotifications(tree / "value", record->callback());
+    }
+    notify.forget(board);
+    modify(board / "value");
+    std::filesystem::remove_all(board);
+    modify(other / "value");
+    ASSERT_TRUE(otherCalls.reach(1));
+    ASSERT_TRUE(allIsServed());
+    EXPECT_THAT(calls.keys(), IsEmpty());
+    EXPECT_THAT(gone.told(), IsEmpty());
+    EXPECT_THAT(log.texts(WARNING), IsEmpty());
+    EXPECT_THAT(log.texts(ERROR), IsEmpty());
+}
+
+TEST_F(FileNotifyTest, AForgottenFileCanBeWatchedAgain) {
+    const CallbackRecord calls;
+    const std::string path = file("value");
+    const int old = watch(path);
+    notify.forget(path);
+    const int key = notify.enableNotifications(path, calls.callback());
+    EXPECT_NE(key, old);
+    modify(path);
+    ASSERT_TRUE(calls.reach(1));
+    ASSERT_TRUE(allIsServed());
+    EXPECT_THAT(calls.keys(), ElementsAre(key));
+}
+
+TEST_F(FileNotifyTest, FilesBelowAPathAreCalledBackInTheOrderOfTheirWatches) {
+    const CallbackRecord calls;
+    const CallbackRecord others;
+    const std::filesystem::path board = directory.path() / "board";
+    std::vector<int> keys;
+    notify.enableNotifications(file("board-2"), others.callback());
+    for (const char* name : {"b", "a", "c"}) {
+        writeFile(board / name, "0");
+        keys.push_back(notify.enableNotifications(board / name, calls.callback()));
+    }
+    notify.watchDirectory(board);
+    notify.callBack(board);
+    EXPECT_EQ(calls.keys(), keys);
+    notify.callBack(board / "a");
+    EXPECT_EQ(calls.keys().back(), keys[1]);
+    EXPECT_EQ(calls.keys().size(), 4U);
+    EXPECT_THAT(others.keys(), IsEmpty());
+}
+
+TEST_F(FileNotifyTest, AFileWhoseEndTheKernelDropsIsToldToTheListener) {
+    const GonePaths gone(notify);
+    const CallbackRecord calls;
+    const std::string first = file("first");
+    const std::string second = file("second");
+    const std::string blocking = file("blocking");
+    const std::string deleted = file("deleted");
+    const std::string replaced = file("replaced");
+    const std::string forgotten = file("forgotten");
+    Gate gate;
+    watch(first);
+    watch(second);
+    watch(deleted);
+    watch(forgotten);
+    notify.enableNotifications(replaced, calls.callback());
+    notify.enableNotifications(blocking, gate.callback());
+    modify(blocking);
+    ASSERT_TRUE(gate.isEntered());
+    overflowQueue(first, second);
+    std::filesystem::remove(deleted);
+    std::filesystem::rename(file("new"), replaced);
+    gate.open();
+    notify.forget(forgotten);
+    ASSERT_TRUE(gone.reach(2));
+    ASSERT_TRUE(allIsServed());
+    EXPECT_THAT(gone.told(), testing::UnorderedElementsAre(deleted, replaced));
+    const std::size_t before = calls.keys().size();
+    modify(replaced);
+    EXPECT_TRUE(calls.reach(before + 1));
+}
+
 TEST_F(FileNotifyTest, AnUnknownKeyCannotBeDisabled) {
     const CallbackRecord calls;
     const std::string path = file("value");
