@@ -84,6 +84,8 @@ class [[gnu::visibility("default")]] KR62Driver : public DriverInterface {
     int getAnalogInputsCount() const override;    ///< The count that the board states.
 
  private:
+    friend class BoardWatch;
+
     int readReference(const std::string& file) const;
 
     std::string basePath;

@@ -79,6 +79,8 @@ class [[gnu::visibility("default")]] PD5Driver : public DriverInterface {
     int getAnalogInputsCount() const override;    ///< The count that the expander states.
 
  private:
+    friend class BoardWatch;
+
     std::string basePath;
     InfoIo infoIo;
 };

@@ -13,6 +13,7 @@
 #include "ReservedRegister.h"
 #include "support/ExceptionText.h"
 #include "support/Log.h"
+#include "support/PathBelow.h"
 #include "support/StartOrder.h"
 #include "tesk/Exceptions.h"
 
@@ -55,7 +56,10 @@ RegisterMap::RegisterMap(GDBusConnection* connection, const std::string& mapFile
     : DBusObject("register-map", connection, BusContract::INTROSPECTION_XML,
                  BusContract::OBJECT_PATH),
       driverManager(manager),
-      mapFile(mapFilePath) {}
+      mapFile(mapFilePath),
+      boards([this](DriverInterface& driver, const std::string& path) {
+          configureFiles(driver, path);
+      }) {}
 
 RegisterMap::~RegisterMap() = default;
 
@@ -79,12 +83,16 @@ void RegisterMap::parse() {
         }
         throw;
     }
+    boards.start();
 }
 
 bool RegisterMap::parseField(const Poco::SharedPtr<Poco::JSON::Object>& field) {
     const auto description = MapFile::readField(field, driverManager, logger);
     if (!description) {
         return false;
+    }
+    if (description->driver) {
+        boards.add(*description->driver);
     }
     for (int index = 1; index <= description->count; ++index) {
         const int address = description->address + (index - 1);
@@ -130,7 +138,7 @@ std::shared_ptr<Register> RegisterMap::createRegister(const MapFile::Field& fiel
 /// callback speaks for the registers before it, too.
 std::function<void(Register*)> RegisterMap::fileChangeCallback(const MapFile::Field& field,
                                                                int index) {
-    auto earlier = registersOnIo(field, index);
+    auto earlier = registersOnIo(field.driver.get(), field.type, index, ioFields.size());
     if (earlier.empty()) {
         return [this](Register* reg) { createNotification(reg); };
     }
@@ -142,15 +150,47 @@ std::function<void(Register*)> RegisterMap::fileChangeCallback(const MapFile::Fi
     };
 }
 
-std::vector<Register*> RegisterMap::registersOnIo(const MapFile::Field& field, int index) const {
+/// @param fieldCount how many of the fields, in the order of the map file, are looked at
+std::vector<Register*> RegisterMap::registersOnIo(const DriverInterface* driver, RegisterType type,
+                                                  int index, std::size_t fieldCount) const {
     std::vector<Register*> found;
-    for (const IoField& known : ioFields) {
-        if (known.driver == field.driver.get() && known.type == field.type &&
-            index <= known.count) {
+    for (std::size_t i = 0; i < fieldCount; ++i) {
+        const IoField& known = ioFields[i];
+        if (known.driver == driver && known.type == type && index <= known.count) {
             found.push_back(getRegisterByAddress(known.address + index - 1).get());
         }
     }
     return found;
+}
+
+/// Configures the registers on the value files at and below a path once more, as at the start.
+void RegisterMap::configureFiles(DriverInterface& driver, const std::string& path) {
+    for (std::size_t field = 0; field < ioFields.size(); ++field) {
+        const auto [owner, type, address, count] = ioFields[field];
+        if (owner != &driver || type == RegisterType::VIRTUAL || type == RegisterType::RESERVED) {
+            continue;
+        }
+        for (int index = 1; index <= count; ++index) {
+            if (isAtOrBelow(driver.getIOFileName(type, index), path)) {
+                configureAgain(field, index);
+            }
+        }
+    }
+}
+
+void RegisterMap::configureAgain(std::size_t field, int index) {
+    const IoField& io = ioFields[field];
+    auto onFile = registersOnIo(io.driver, io.type, index, field + 1);
+    if (onFile.size() == 1) {
+        io.driver->configureIO(
+            io.type, index, [this, reg = onFile.front()](int /*key*/) { createNotification(reg); });
+        return;
+    }
+    io.driver->configureIO(io.type, index, [this, onFile = std::move(onFile)](int /*key*/) {
+        for (Register* const reg : onFile) {
+            createNotification(reg);
+        }
+    });
 }
 
 void RegisterMap::addRegisterAndSorter(const std::shared_ptr<Register>& reg) {
@@ -183,6 +223,9 @@ RegisterMap::Registers::const_iterator RegisterMap::lowerBound(int address) cons
 void RegisterMap::onDBusObjMessage(const std::string& method, GVariant* parameters,
                                    GVariant** reply, GError** error) {
     RegisterRequests::carryOut(*this, logger, method, parameters, reply, error);
+    if (*error != nullptr) {
+        boards.hint();
+    }
 }
 
 void RegisterMap::createNotification(Register* reg) {
@@ -192,6 +235,7 @@ void RegisterMap::createNotification(Register* reg) {
         value = reg->readValue();
     } catch (const std::exception& e) {
         log(logger, Poco::Message::PRIO_ERROR, NOTIFICATION_READ_FAILED, exceptionText(e));
+        boards.hint();
         return;
     }
     GError* error = nullptr;

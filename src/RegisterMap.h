@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "BoardWatch.h"
 #include "DBusObject.h"
 #include "DriverManager.h"
 #include "Register.h"
@@ -93,7 +94,7 @@ class RegisterMap : public DBusObject {
 
     /// Consecutive registers on IOs 1 to `count` of a driver.
     struct IoField {
-        const DriverInterface* driver;
+        DriverInterface* driver;
         RegisterType type;
         int address;
         int count;
@@ -101,7 +102,10 @@ class RegisterMap : public DBusObject {
 
     std::shared_ptr<Register> createRegister(const MapFile::Field& field, int address, int index);
     std::function<void(Register*)> fileChangeCallback(const MapFile::Field& field, int index);
-    std::vector<Register*> registersOnIo(const MapFile::Field& field, int index) const;
+    std::vector<Register*> registersOnIo(const DriverInterface* driver, RegisterType type,
+                                         int index, std::size_t fieldCount) const;
+    void configureFiles(DriverInterface& driver, const std::string& path);
+    void configureAgain(std::size_t field, int index);
     Registers::const_iterator lowerBound(int address) const;
 
     DriverManager& driverManager;
@@ -109,4 +113,5 @@ class RegisterMap : public DBusObject {
     Registers registers;
     /// The fields loaded so far, in the order of the map file.
     std::vector<IoField> ioFields;
+    BoardWatch boards;
 };

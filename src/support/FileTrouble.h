@@ -19,4 +19,7 @@ void report(const std::string& path, const std::string& action, const std::strin
 /// The same with the text of an error number as the reason.
 void report(const std::string& path, const std::string& action, int error);
 
+/// How often the calling thread has reported anything, whether or not there was a line.
+unsigned reports();
+
 }  // namespace FileTrouble
