@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 
 #include "BusFixture.h"
@@ -48,6 +49,18 @@ void unloadBoards() {
 
 void loadBoards() {
     ASSERT_EQ(outcomeOf({"insmod", BOARDS_MODULE}).status, 0);
+}
+
+/// How many files and directories a process watches.
+std::size_t watchesOf(pid_t pid) {
+    std::size_t count = 0;
+    for (const auto& entry :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fdinfo")) {
+        for (const std::string& line : Process::lines(readFile(entry.path()))) {
+            count += line.rfind("inotify wd:", 0) == 0 ? 1 : 0;
+        }
+    }
+    return count;
 }
 
 /// The daemon with the map of a whole device, on the machine's own boards and lines.
@@ -237,6 +250,28 @@ TEST_F(EndToEndTest, BoardsThatAreUnloadedAndLoadedAgainAreSurvived) {
     EXPECT_TRUE(hears(client, {CTS, 1}));
     service->signal(SIGTERM);
     EXPECT_EQ(service->waitForExit(), 0);
+}
+
+TEST_F(EndToEndTest, BoardsThatAreLoadedAgainAreConfiguredAndAnnouncedAgain) {
+    const BusClient client;
+    ASSERT_EQ(read(client, INPUT + 2), "(0,)");
+    const std::size_t watches = watchesOf(service->pid());
+    // Nobody calls the service meanwhile: it hears of the boards from the kernel alone.
+    unloadBoards();
+    service->waitForLine("the board at /sys/kernel/kr62 has gone");
+    loadBoards();
+    for (int board = 1; board <= 5; ++board) {
+        service->waitForLine("is back");
+    }
+    EXPECT_EQ(readFile(IO_BOARD + "inputs/3/edge"), "both\n");
+    EXPECT_EQ(readFile(EXPANDER + "inputs/8/counter_edge"), "rising\n");
+    EXPECT_TRUE(hears(client, {INPUT + 2, 0})) << "the value of now is not announced";
+    hardware("kr62/inputs/3/value 1");
+    EXPECT_TRUE(hears(client, {INPUT + 2, 1}));
+    EXPECT_EQ(read(client, COUNTER + 2), "(1,)");
+    hardware("pd5-1/inputs/8/value 1");
+    EXPECT_TRUE(hears(client, {EXPANDER_INPUT + 7, 1}));
+    EXPECT_EQ(watchesOf(service->pid()), watches) << "files that have gone are watched on";
 }
 
 }  // namespace
