@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
+#include <Poco/File.h>
 #include <malloc.h>
 
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
 
 #include "DescriptorLimit.h"
 #include "Devices.h"
+#include "MapFile.h"
 #include "Options.h"
 #include "ServedBoards.h"
 #include "Server.h"
@@ -16,10 +15,14 @@
 #include "program/Signals.h"
 #include "program/StandardDescriptors.h"
 #include "program/UsageError.h"
+#include "support/ExceptionText.h"
+#include "support/Log.h"
 
 namespace {
 
 constexpr const char* NAME = "iomappingd";
+
+constexpr Pattern<> MAP_MISSING("map file not found");
 
 /// Keeps large blocks, such as a message with a long list, out of the heap, so that their memory
 /// goes back to the system at once. Left to itself, malloc takes them into the heap after the first
@@ -30,15 +33,26 @@ void returnLargeBlocks() {
     ::mallopt(M_TRIM_THRESHOLD, LARGE);
 }
 
+int reportFailure(const std::string& text) {
+    return report(NAME, text, EXIT_FAILURE, journalPrefix());
+}
+
+/// What the server would say once it had the bus, and what the user can do.
+int reportUnreadableMap(const std::string& path, const std::string& fault) {
+    if (!Poco::File(path).exists()) {
+        log(Poco::Logger::get("server"), Poco::Message::PRIO_FATAL, MAP_MISSING);
+    }
+    return reportFailure("cannot read map file '" + path + "': " + fault +
+                         "; name another one with --map");
+}
+
 /// @return the exit status; the service ends by a signal, and so this is a failure
 int serve(const Options& options) {
-    if (!std::ifstream(options.mapFile).is_open()) {
-        return report(NAME,
-                      "cannot read map file '" + options.mapFile + "': " + std::strerror(errno) +
-                          "; name another one with --map",
-                      EXIT_FAILURE);
-    }
     openLog(options.logLevel);
+    const std::string fault = MapFile::readingFault(options.mapFile);
+    if (!fault.empty()) {
+        return reportUnreadableMap(options.mapFile, fault);
+    }
     raiseDescriptorLimit();
     try {
         DriverManager drivers;
@@ -46,7 +60,7 @@ int serve(const Options& options) {
         Server server(options.mapFile, drivers);
         server.run();
     } catch (const std::exception& e) {
-        return report(NAME, std::string("cannot start: ") + e.what(), EXIT_FAILURE);
+        return reportFailure("cannot start: " + exceptionText(e));
     }
     return EXIT_FAILURE;
 }
@@ -60,6 +74,6 @@ int main(int argc, char** argv) {
     try {
         return serve(readOptions(argc, argv));
     } catch (const UsageError& e) {
-        return reportUsageError(NAME, e.what());
+        return reportUsageError(NAME, e.what(), journalPrefix());
     }
 }

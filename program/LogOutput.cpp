@@ -18,6 +18,10 @@ namespace {
 constexpr const char* JOURNAL_LINE = "<%l>%s: %t";
 constexpr const char* TERMINAL_LINE = "%Y-%m-%d %H:%M:%S.%i %p %s: %t";
 
+bool isForJournal() {
+    return std::getenv("JOURNAL_STREAM") != nullptr;
+}
+
 /// Never released: a signal may come while the process ends.
 std::atomic<StandardErrorChannel*> channel{nullptr};
 
@@ -31,10 +35,13 @@ int parseLogLevel(const std::string& level) {
     }
 }
 
+std::string journalPrefix() {
+    return isForJournal() ? "<3>" : "";
+}
+
 void openLog(int level) {
-    const bool journal = std::getenv("JOURNAL_STREAM") != nullptr;
     const Poco::AutoPtr<Poco::PatternFormatter> formatter(
-        new Poco::PatternFormatter(journal ? JOURNAL_LINE : TERMINAL_LINE));
+        new Poco::PatternFormatter(isForJournal() ? JOURNAL_LINE : TERMINAL_LINE));
     channel = new StandardErrorChannel(formatter);
     Poco::Logger::root().setChannel(Poco::AutoPtr<Poco::Channel>(channel, true));
     Poco::Logger::root().setLevel(level);

@@ -9,6 +9,9 @@
 /// @throws UsageError there is no such level
 int parseLogLevel(const std::string& level);
 
+/// The prefix that tells the journal that a line is an error. Empty where there is no journal.
+std::string journalPrefix();
+
 /// Sends the lines of all loggers to standard error: with a priority prefix for the journal, or
 /// else with time and priority for a terminal.
 ///

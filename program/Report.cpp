@@ -47,12 +47,14 @@ std::string printable(std::string_view text) {
     return result;
 }
 
-int report(const std::string& program, const std::string& text, int status) {
+int report(const std::string& program, const std::string& text, int status,
+           const std::string& prefix) {
     std::cout.flush();
-    std::cerr << program << ": " << printable(text) << '\n';
+    std::cerr << prefix + program + ": " + printable(text) + '\n';
     return status;
 }
 
-int reportUsageError(const std::string& program, const std::string& reason) {
-    return report(program, reason + "; see " + program + " --help", EXIT_USAGE);
+int reportUsageError(const std::string& program, const std::string& reason,
+                     const std::string& prefix) {
+    return report(program, reason + "; see " + program + " --help", EXIT_USAGE, prefix);
 }

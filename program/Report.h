@@ -13,10 +13,13 @@ std::string printable(std::string_view text);
 /// flushed first.
 ///
 /// @param status the exit status to which the text belongs
+/// @param prefix is written in front, such as journalPrefix()
 /// @return the status
-int report(const std::string& program, const std::string& text, int status);
+int report(const std::string& program, const std::string& text, int status,
+           const std::string& prefix = "");
 
 /// Writes "PROGRAM: REASON; see PROGRAM --help", in the same way.
 ///
 /// @return EXIT_USAGE
-int reportUsageError(const std::string& program, const std::string& reason);
+int reportUsageError(const std::string& program, const std::string& reason,
+                     const std::string& prefix = "");

@@ -2,14 +2,20 @@
 #include "MapFile.h"
 
 #include <Poco/File.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 
+#include "support/FileDescriptor.h"
 #include "support/Log.h"
 #include "tesk/Exceptions.h"
 #include "tesk/Json.h"
@@ -71,9 +77,26 @@ std::optional<std::string> driverNameOf(const Poco::Dynamic::Var& element) {
 
 namespace MapFile {
 
+std::string readingFault(const std::string& path) {
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    struct stat status {};
+    if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
+        return std::strerror(errno);
+    }
+    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
+        return "Is not a regular file";
+    }
+    // A directory, or a medium that is broken, can be opened but not read.
+    char first = 0;
+    return ::read(file.get(), &first, 1) == -1 ? std::strerror(errno) : "";
+}
+
 Poco::JSON::Array::Ptr readFields(const std::string& path) {
     if (!Poco::File(path).exists()) {
         throw tesk::ParseException("map file not found");
+    }
+    if (!readingFault(path).empty()) {
+        throw tesk::ParseException(PARSING_FAILED(path));
     }
     std::ifstream file(path);
     return parseFields(file, path);

@@ -31,12 +31,16 @@ struct Field {
     std::shared_ptr<DriverInterface> driver;
 };
 
+/// Why a file cannot be read as a map: the system's words for its error, or "Is not a regular
+/// file". Empty when it can be read. Never waits, not even for the writer of a pipe.
+std::string readingFault(const std::string& path);
+
 /// Reads the file.
 ///
 /// @return the elements of "io_mapping"; null when that is no array
-/// @throws tesk::ParseException "map file not found"; "error parsing file '%s'" when the root is
-///         no object; "io mapping not found" without the key "io_mapping"; or the JSON parser's
-///         words
+/// @throws tesk::ParseException "map file not found"; "error parsing file '%s'" when the
+///         file cannot be read or the root is no object; "io mapping not found" without the key
+///         "io_mapping"; or the JSON parser's words
 Poco::JSON::Array::Ptr readFields(const std::string& path);
 
 /// Reads one field and looks its driver up.

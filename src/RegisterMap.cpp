@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "RegisterMap.h"
 
+#include <Poco/File.h>
+
 #include <algorithm>
 #include <cassert>
 #include <utility>
@@ -20,6 +22,7 @@
 namespace {
 
 constexpr Pattern<std::string> PARSING_FILE("parsing file '%s'");
+constexpr Pattern<std::string, std::string> FILE_UNREADABLE("map file '%s' cannot be read: %s");
 constexpr Pattern<std::string> FAILED_IN_FILE("the fault is in map file '%s'");
 constexpr Pattern<std::string, unsigned, std::string> FAILED_IN_FIELD(
     "the fault is in map file '%s', field io_mapping[%u], address %s");
@@ -79,6 +82,10 @@ void RegisterMap::parse() {
             log(logger, Poco::Message::PRIO_NOTICE, FAILED_IN_FIELD, mapFile, index,
                 MapFile::addressText(fields->get(index)));
         } else {
+            const std::string fault = MapFile::readingFault(mapFile);
+            if (!fault.empty() && Poco::File(mapFile).exists()) {
+                log(logger, Poco::Message::PRIO_ERROR, FILE_UNREADABLE, mapFile, fault);
+            }
             log(logger, Poco::Message::PRIO_NOTICE, FAILED_IN_FILE, mapFile);
         }
         throw;

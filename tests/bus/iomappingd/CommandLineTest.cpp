@@ -11,6 +11,7 @@
 
 namespace {
 
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::StartsWith;
@@ -55,10 +56,43 @@ TEST_F(CommandLineTest, WhatIsNotUnderstoodIsStatus2AndOneLine) {
     }
 }
 
-TEST_F(CommandLineTest, AMissingMapIsStatus1AndOneLine) {
-    expectFailure(run({"--map", "/nowhere/map.json"}), "iomappingd", 1,
-                  "cannot read map file '/nowhere/map.json': No such file or directory; name "
-                  "another one with --map");
+TEST_F(CommandLineTest, AMissingMapIsStatus1AndTellsTheRemedy) {
+    const std::string line =
+        "iomappingd: cannot read map file '/nowhere/map.json': No such file or directory; name "
+        "another one with --map\n";
+    const Outcome outcome = run({"--map", "/nowhere/map.json"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.errors, EndsWith(" Fatal server: map file not found\n" + line));
+    expectFailure(run({"--map", "/nowhere/map.json", "--log-level", "none"}), "iomappingd", 1,
+                  line.substr(12, line.size() - 13));
+    const Outcome journal =
+        outcomeOf({DAEMON, "--map", "/nowhere/map.json"}, {{"JOURNAL_STREAM", "9:12345"}});
+    EXPECT_EQ(journal.errors, "<1>server: map file not found\n<3>" + line);
+}
+
+TEST_F(CommandLineTest, AMapThatCannotBeReadIsToldWithTheSystemsReason) {
+    const std::string fifo = directory.path() / "fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const std::string folder = directory.path();
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {folder, "Is a directory"},
+        {fifo, "Is not a regular file"},
+        // The service's own memory: its first page can be opened and not be read.
+        {"/proc/self/mem", "Input/output error"},
+        {directory.file("file", "") + "/map.json", "Not a directory"},
+    };
+    for (const auto& [path, reason] : cases) {
+        const Outcome outcome = run({"--map", path, "--log-level", "none"});
+        expectFailure(
+            outcome, "iomappingd", 1,
+            "cannot read map file '" + path + "': " + reason + "; name another one with --map");
+    }
+}
+
+TEST_F(CommandLineTest, UnderTheJournalAWrongCommandLineIsAnError) {
+    const Outcome outcome = outcomeOf({DAEMON, "map.json"}, {{"JOURNAL_STREAM", "9:12345"}});
+    EXPECT_EQ(outcome.errors,
+              "<3>iomappingd: unexpected argument 'map.json'; see iomappingd --help\n");
 }
 
 TEST_F(CommandLineTest, AtTheDefaultLevelAGoodStartIsSilent) {

@@ -217,7 +217,7 @@ TEST_F(RegisterMapTest, ADirectoryIsNoMapFile) {
     path = directory.path().string();
     map = std::make_unique<RegisterMap>(peer.service(), path, drivers);
     EXPECT_THROW(map->parse(), std::exception);
-    expectFaultLines({}, "");
+    expectFaultLines({"map file '" + path + "' cannot be read: Is a directory"}, "");
 }
 
 TEST_F(RegisterMapTest, ARootThatIsNoObjectCannotBeParsed) {

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -293,6 +294,19 @@ TEST_F(ServerTest, AMissingMapEndsTheProcess) {
         ExitedWithCode(1),
         HasSubstr("5 register-map: the fault is in map file 'map.json'\n"
                   "1 server: map file not found\n"));
+}
+
+TEST_F(ServerTest, AMapThatCannotBeReadIsNoFaultOfItsText) {
+    EXPECT_EXIT(
+        {
+            std::filesystem::create_directory(path());
+            printLines();
+            acquireBus(peer);
+        },
+        ExitedWithCode(1),
+        HasSubstr("3 register-map: map file 'map.json' cannot be read: Is a directory\n"
+                  "5 register-map: the fault is in map file 'map.json'\n"
+                  "1 server: error parsing file 'map.json'\n"));
 }
 
 // ---- the name
