@@ -10,6 +10,7 @@
 #include "Options.h"
 #include "ServedBoards.h"
 #include "Server.h"
+#include "ServiceManager.h"
 #include "program/LogOutput.h"
 #include "program/Report.h"
 #include "program/Signals.h"
@@ -58,6 +59,7 @@ int serve(const Options& options) {
         DriverManager drivers;
         listServedBoards(addDrivers(drivers, options.mapFile));
         Server server(options.mapFile, drivers);
+        const ServiceManager manager(server);
         server.run();
     } catch (const std::exception& e) {
         return reportFailure("cannot start: " + exceptionText(e));

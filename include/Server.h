@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -41,6 +42,15 @@ class [[gnu::visibility("default")]] Server : public tesk::ObjectBase {
 
     /// Serves until the process ends.
     void run();
+
+    /// How many registers are served; 0 until the map has been loaded.
+    std::size_t registerCount() const;
+
+    /// Whether the thread that announces changes has given a sign of life since the last call. The
+    /// call asks for the next one. A thread that hangs, in the file of a board or because the bus
+    /// takes no signals, gives none. True while there is nothing to watch. May be called from any
+    /// thread.
+    static bool notifierAnswers();
 
     /// GDBus's callbacks for the name. `userData` is the Server; null ends the process.
     static void dbusOnBusAcquired(GDBusConnection * connection, const char* name, void* userData);

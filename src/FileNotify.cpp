@@ -44,6 +44,9 @@ std::string errnoText() {
     return std::strerror(errno);
 }
 
+/// Null until getInstance() has made it.
+std::atomic<FileNotify*> instance{nullptr};
+
 void sleepFor(timespec time) {
     while (::nanosleep(&time, &time) != 0 && errno == EINTR) {
     }
@@ -56,8 +59,22 @@ FileNotify* FileNotify::getInstance() {
     static std::atomic<bool> loaded{false};
     if (!loaded.exchange(true)) {
         self = new FileNotify();
+        instance = self;
     }
     return self;
+}
+
+bool FileNotify::workerAnswers() {
+    FileNotify* const notifier = instance;
+    if (notifier == nullptr) {
+        return true;
+    }
+    const bool answered = notifier->hasAnswered.exchange(false);
+    // The pipe would fill up if the worker were woken time and again without an answer.
+    if (answered) {
+        notifier->wakeWorker();
+    }
+    return answered;
 }
 
 FileNotify::FileNotify() : ObjectBase("file-notify"), inotify(::inotify_init1(IN_NONBLOCK)) {
@@ -231,6 +248,7 @@ bool FileNotify::visit(const pollfd& entry) {
     if (entry.fd == wakePipe[0].get() && isReadable) {
         char discarded = 0;
         [[maybe_unused]] const ssize_t taken = ::read(wakePipe[0].get(), &discarded, 1);
+        hasAnswered = true;
         return true;
     }
     visitDescriptor(entry);

@@ -31,6 +31,10 @@ class FileNotify : public tesk::ObjectBase {
     /// must come before there are other threads: a call that races it may get a null pointer.
     static FileNotify* getInstance();
 
+    /// Whether the worker of the one instance has woken since the last call. The call wakes the
+    /// worker. A worker that hangs in a callback does not wake. True while there is no worker.
+    static bool workerAnswers();
+
     /// Starts the worker.
     ///
     /// @throws tesk::InputOutputException "error initializing inotify" or "error initializing
@@ -130,6 +134,7 @@ class FileNotify : public tesk::ObjectBase {
 
     std::thread workerThread;
     std::atomic<bool> stopRequested{false};
+    std::atomic<bool> hasAnswered{true};
     FileDescriptor inotify;
     /// The read end and the write end.
     std::array<FileDescriptor, 2> wakePipe;

@@ -8,6 +8,7 @@
 
 #include "BusContract.h"
 #include "EndProcess.h"
+#include "FileNotify.h"
 #include "RegisterMap.h"
 #include "support/ExceptionText.h"
 #include "support/Log.h"
@@ -53,6 +54,14 @@ Server::~Server() {
 void Server::run() {
     GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
     g_main_loop_run(loop);
+}
+
+std::size_t Server::registerCount() const {
+    return registerMap ? registerMap->allRegisters().size() : 0;
+}
+
+bool Server::notifierAnswers() {
+    return FileNotify::workerAnswers();
 }
 
 void Server::dbusOnBusAcquired(GDBusConnection* connection, const char* /*name*/, void* userData) {

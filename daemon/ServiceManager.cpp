@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: MIT
+#include "ServiceManager.h"
+
+#include <systemd/sd-daemon.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <limits>
+
+namespace {
+
+/// Becomes ready when the server has its registers, tells of them, and goes.
+struct StatusSource {
+    GSource base;
+    const Server* server;
+};
+
+std::size_t registersOf(GSource* source) {
+    return reinterpret_cast<StatusSource*>(source)->server->registerCount();
+}
+
+gboolean isServing(GSource* source) {
+    return registersOf(source) > 0 ? TRUE : FALSE;
+}
+
+gboolean isServingWithoutWaiting(GSource* source, gint* timeout) {
+    *timeout = -1;
+    return isServing(source);
+}
+
+gboolean tellStatus(GSource* source, GSourceFunc /*callback*/, gpointer /*userData*/) {
+    sd_notifyf(0, "STATUS=serving %zu registers", registersOf(source));
+    return G_SOURCE_REMOVE;
+}
+
+GSourceFuncs statusFunctions{
+    isServingWithoutWaiting, isServing, tellStatus, nullptr, nullptr, nullptr};
+
+GSource* statusSource(const Server& server) {
+    GSource* const source = g_source_new(&statusFunctions, sizeof(StatusSource));
+    reinterpret_cast<StatusSource*>(source)->server = &server;
+    return source;
+}
+
+gboolean feedWatchdog(gpointer /*userData*/) {
+    if (Server::notifierAnswers()) {
+        sd_notify(0, "WATCHDOG=1");
+    }
+    return G_SOURCE_CONTINUE;
+}
+
+GSource* watchdogSource(std::uint64_t limitMicroseconds) {
+    // An answer is seen at the next time, so that two times have to fit in well.
+    const std::uint64_t milliseconds = std::clamp<std::uint64_t>(limitMicroseconds / 4 / 1000, 1,
+                                                                 std::numeric_limits<guint>::max());
+    GSource* const source = g_timeout_source_new(static_cast<guint>(milliseconds));
+    g_source_set_callback(source, feedWatchdog, nullptr, nullptr);
+    return source;
+}
+
+void endSource(const SourceOwner& source) {
+    if (source) {
+        g_source_destroy(source.get());
+    }
+}
+
+}  // namespace
+
+ServiceManager::ServiceManager(const Server& server) {
+    if (std::getenv("NOTIFY_SOCKET") == nullptr) {
+        return;
+    }
+    status.reset(statusSource(server));
+    g_source_attach(status.get(), nullptr);
+    std::uint64_t limit = 0;
+    if (sd_watchdog_enabled(0, &limit) > 0) {
+        watchdog.reset(watchdogSource(limit));
+        g_source_attach(watchdog.get(), nullptr);
+    }
+}
+
+ServiceManager::~ServiceManager() {
+    endSource(status);
+    endSource(watchdog);
+}
