@@ -17,7 +17,7 @@ FileRegister::FileRegister(int registerAddress, RegisterType registerType, int r
 FileRegister::~FileRegister() = default;
 
 int FileRegister::readValue() {
-    const int raw = fileName.empty() ? 0 : ValueFile::read(fileName);
+    const int raw = fileName.empty() ? 0 : ValueFile::read(fileName, keptFile);
     const int converted = driver->convertValue(getType(), raw, getIndex());
     logRead(converted);
     return converted;

@@ -6,6 +6,7 @@
 
 #include "DriverInterface.h"
 #include "Register.h"
+#include "support/KeptFile.h"
 
 /// A register whose value is in a text file that its driver names. Where the driver names no file,
 /// the value comes from the driver itself.
@@ -26,7 +27,8 @@ class FileRegister : public Register {
                  const std::function<void(Register*)>& changeCallback);
     ~FileRegister() override;
 
-    /// Reads the file and lets the driver convert its number.
+    /// Reads the file and lets the driver convert its number. An attribute in sysfs may stay open
+    /// from one call to the next; see KeptFile.
     ///
     /// @throws tesk::InputOutputException "error opening file '%s' for reading", and what the
     ///         driver's conversion throws
@@ -44,4 +46,5 @@ class FileRegister : public Register {
  private:
     std::shared_ptr<DriverInterface> driver;
     std::string fileName;
+    KeptFile keptFile;
 };

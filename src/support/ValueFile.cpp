@@ -11,9 +11,11 @@
 #include <charconv>
 #include <cstdint>
 #include <limits>
+#include <utility>
 
 #include "FileDescriptor.h"
 #include "FileTrouble.h"
+#include "KeptFile.h"
 #include "Pattern.h"
 #include "tesk/Exceptions.h"
 
@@ -96,34 +98,63 @@ class NumberReader {
     std::int64_t magnitude{0};
 };
 
+/// What reading a file has given.
+struct FileText {
+    NumberReader number;
+    std::size_t length{0};
+    /// Of the read that failed, or 0.
+    int error{0};
+
+    bool isGood() const { return error == 0 && number.hasDigits(); }
+};
+
+FileText readNumber(const FileDescriptor& file) {
+    using ValueFile::MOST_TEXT;
+    FileText text;
+    std::array<char, 64> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init): read fills it
+    ssize_t got = 0;
+    do {
+        got = readSome(file, buffer.data(), std::min(buffer.size(), MOST_TEXT - text.length),
+                       text.length);
+        text.length += got > 0 ? static_cast<std::size_t>(got) : 0;
+    } while (got > 0 && text.number.take(buffer.data(), buffer.data() + got) &&
+             text.length < MOST_TEXT);
+    text.error = got < 0 ? errno : 0;
+    return text;
+}
+
+/// @throws tesk::InputOutputException see ValueFile::read()
+FileDescriptor openForReading(const std::string& path) {
+    FileDescriptor file(::open(path.c_str(), O_RDONLY | NEVER_WAIT));
+    if (!file.isOpen()) {
+        FileTrouble::report(path, OPENED_FOR_READING, errno);
+        throw tesk::InputOutputException(READ_OPEN_FAILED(path));
+    }
+    return file;
+}
+
+/// @return see ValueFile::readUnlessEmpty()
+/// @throws tesk::InputOutputException see ValueFile::read()
+std::optional<int> valueOf(const FileText& text, const FileDescriptor& file,
+                           const std::string& path) {
+    // A file that gives a number needs no look at what it is.
+    if (!text.number.hasDigits() && !isRegular(file)) {
+        FileTrouble::report(path, OPENED_FOR_READING, NOT_REGULAR);
+        throw tesk::InputOutputException(READ_OPEN_FAILED(path));
+    }
+    if (text.error != 0) {
+        FileTrouble::report(path, "read", text.error);
+    }
+    return text.length > 0 ? std::optional<int>(text.number.value()) : std::nullopt;
+}
+
 }  // namespace
 
 namespace ValueFile {
 
 std::optional<int> readUnlessEmpty(const std::string& path) {
-    const FileDescriptor file(::open(path.c_str(), O_RDONLY | NEVER_WAIT));
-    if (!file.isOpen()) {
-        FileTrouble::report(path, OPENED_FOR_READING, errno);
-        throw tesk::InputOutputException(READ_OPEN_FAILED(path));
-    }
-    NumberReader number;
-    std::array<char, 64> buffer;  // NOLINT(cppcoreguidelines-pro-type-member-init): read fills it
-    std::size_t length = 0;
-    ssize_t got = 0;
-    do {
-        got = readSome(file, buffer.data(), std::min(buffer.size(), MOST_TEXT - length), length);
-        length += got > 0 ? static_cast<std::size_t>(got) : 0;
-    } while (got > 0 && number.take(buffer.data(), buffer.data() + got) && length < MOST_TEXT);
-    const int error = got < 0 ? errno : 0;
-    // A file that gives a number needs no look at what it is.
-    if (!number.hasDigits() && !isRegular(file)) {
-        FileTrouble::report(path, OPENED_FOR_READING, NOT_REGULAR);
-        throw tesk::InputOutputException(READ_OPEN_FAILED(path));
-    }
-    if (error != 0) {
-        FileTrouble::report(path, "read", error);
-    }
-    return length > 0 ? std::optional<int>(number.value()) : std::nullopt;
+    const FileDescriptor file = openForReading(path);
+    return valueOf(readNumber(file), file, path);
 }
 
 std::optional<std::string> readText(const std::string& path) {
@@ -141,6 +172,25 @@ std::optional<std::string> readText(const std::string& path) {
 
 int read(const std::string& path) {
     return readUnlessEmpty(path).value_or(0);
+}
+
+int read(const std::string& path, KeptFile& kept) {
+    int value = 0;
+    const auto takeValue = [&value](const FileDescriptor& file) {
+        const FileText text = readNumber(file);
+        value = text.number.value();
+        return text.isGood();
+    };
+    if (kept.read(takeValue)) {
+        return value;
+    }
+    FileDescriptor file = openForReading(path);
+    const FileText text = readNumber(file);
+    value = valueOf(text, file, path).value_or(0);
+    if (text.isGood()) {
+        kept.keep(std::move(file), path);
+    }
+    return value;
 }
 
 bool replaceText(const std::string& path, std::string_view text) {

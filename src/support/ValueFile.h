@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+class KeptFile;
+
 /// The text files in which the kernel keeps the values of the boards, one integer each.
 ///
 /// All functions use system calls directly. A read of a register is little more than this, and a
@@ -30,7 +32,14 @@ inline constexpr std::size_t MOST_TEXT = 65536;
 ///         not accessible, or neither a regular file nor in sysfs
 int read(const std::string& path);
 
-/// The same, but tells a file without any text from a 0.
+/// The same for a file that is read again and again. Where `kept` still has the file open from the
+/// last time, it is not opened again, whatever its permissions are by now. Where such a read fails
+/// or gives no number, the file is opened anew, as if it had not been kept.
+///
+/// @param path always the same one for one `kept`
+int read(const std::string& path, KeptFile& kept);
+
+/// The same as read(), but tells a file without any text from a 0.
 ///
 /// @return nothing if the file is empty or cannot be read
 /// @throws tesk::InputOutputException see read()
