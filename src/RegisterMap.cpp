@@ -5,6 +5,9 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
 #include <utility>
 
 #include "BusContract.h"
@@ -164,7 +167,7 @@ std::vector<Register*> RegisterMap::registersOnIo(const DriverInterface* driver,
     for (std::size_t i = 0; i < fieldCount; ++i) {
         const IoField& known = ioFields[i];
         if (known.driver == driver && known.type == type && index <= known.count) {
-            found.push_back(getRegisterByAddress(known.address + index - 1).get());
+            found.push_back(placeOf(known.address + index - 1)->get());
         }
     }
     return found;
@@ -209,16 +212,40 @@ bool RegisterMap::addressIsValid(int address) const {
 }
 
 bool RegisterMap::addressExists(int address) const {
-    const auto place = lowerBound(address);
-    return place != registers.end() && (*place)->getAddress() == address;
+    return find(address) != registers.end();
 }
 
 std::shared_ptr<Register> RegisterMap::getRegisterByAddress(int address) const {
-    const auto place = lowerBound(address);
-    if (place == registers.end() || (*place)->getAddress() != address) {
+    return *placeOf(address);
+}
+
+RegisterMap::Registers::const_iterator RegisterMap::placeOf(int address) const {
+    const auto place = find(address);
+    if (place == registers.end()) {
         throw tesk::NotFoundException(ADDRESS_NOT_FOUND(address));
     }
-    return *place;
+    return place;
+}
+
+/// @return the end where there is no register
+RegisterMap::Registers::const_iterator RegisterMap::find(int address) const {
+    const auto standsAt = [this, address](Registers::const_iterator place) {
+        return place != registers.end() && (*place)->getAddress() == address;
+    };
+    if (registers.empty()) {
+        return registers.end();
+    }
+    // Up to the first gap, registers stand as far from the first one as their addresses are.
+    const std::int64_t distance = std::int64_t{address} - registers.front()->getAddress();
+    if (distance >= 0 && distance < registers.end() - registers.begin()) {
+        const auto guess = registers.begin() + static_cast<std::ptrdiff_t>(distance);
+        // The first one among equals.
+        if (standsAt(guess) && (distance == 0 || !standsAt(std::prev(guess)))) {
+            return guess;
+        }
+    }
+    const auto place = lowerBound(address);
+    return standsAt(place) ? place : registers.end();
 }
 
 RegisterMap::Registers::const_iterator RegisterMap::lowerBound(int address) const {

@@ -29,6 +29,8 @@ struct Field;
 /// createNotification() may be called from any thread.
 class RegisterMap : public DBusObject {
  public:
+    using Registers = std::vector<std::shared_ptr<Register>>;
+
     /// The path of the object on the bus, "/org/mirel/register".
     static const std::string DBUS_OBJECT_NAME;
     /// The description of the interface "org.mirel.Register".
@@ -77,7 +79,12 @@ class RegisterMap : public DBusObject {
     std::shared_ptr<Register> getRegisterByAddress(int address) const;
 
     /// The registers in ascending order of their addresses.
-    const std::vector<std::shared_ptr<Register>>& allRegisters() const { return registers; }
+    const Registers& allRegisters() const { return registers; }
+
+    /// The place of the register at an address in allRegisters().
+    ///
+    /// @throws tesk::NotFoundException "address '%d' not found"
+    Registers::const_iterator placeOf(int address) const;
 
     /// Broadcasts the value that a register reads at this moment. A read that fails sends nothing
     /// and logs one line at error.
@@ -90,8 +97,6 @@ class RegisterMap : public DBusObject {
                           GError** error) override;
 
  private:
-    using Registers = std::vector<std::shared_ptr<Register>>;
-
     /// Consecutive registers on IOs 1 to `count` of a driver.
     struct IoField {
         DriverInterface* driver;
@@ -106,6 +111,7 @@ class RegisterMap : public DBusObject {
                                          int index, std::size_t fieldCount) const;
     void configureFiles(DriverInterface& driver, const std::string& path);
     void configureAgain(std::size_t field, int index);
+    Registers::const_iterator find(int address) const;
     Registers::const_iterator lowerBound(int address) const;
 
     DriverManager& driverManager;

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <iterator>
 #include <vector>
 
 #include "RegisterMap.h"
@@ -59,13 +58,13 @@ GVariant* write(const Request& request) {
     gint32 address = 0;
     gint32 value = 0;
     g_variant_get(request.parameters, "(ii)", &address, &value);
-    request.map.getRegisterByAddress(address)->writeValue(value);
+    (*request.map.placeOf(address))->writeValue(value);
     return nullptr;
 }
 
 GVariant* read(const Request& request) {
     const int address = firstInt(request.parameters);
-    return g_variant_new("(i)", request.map.getRegisterByAddress(address)->readValue());
+    return g_variant_new("(i)", (*request.map.placeOf(address))->readValue());
 }
 
 GVariant* readList(const Request& request) {
@@ -79,18 +78,23 @@ GVariant* readList(const Request& request) {
     const auto* const addresses =
         static_cast<const gint32*>(g_variant_get_fixed_array(list.get(), &count, sizeof(gint32)));
     log(request.logger, Poco::Message::PRIO_INFORMATION, LIST_LENGTH, count);
-    std::vector<gint32> values;
-    values.reserve(count);
-    std::transform(addresses, addresses + count, std::back_inserter(values), [&request](gint32 a) {
-        return request.map.getRegisterByAddress(a)->readValue();
-    });
+    std::vector<gint32> values(count);
+    // Most lists name neighbours in turn, and then nothing has to be looked up.
+    const auto& registers = request.map.allRegisters();
+    auto place = registers.begin();
+    for (gsize i = 0; i < count; ++i) {
+        if (place == registers.end() || (*place)->getAddress() != addresses[i]) {
+            place = request.map.placeOf(addresses[i]);
+        }
+        values[i] = (*place++)->readValue();
+    }
     return intArray(values);
 }
 
 GVariant* getParams(const Request& request) {
-    const auto reg = request.map.getRegisterByAddress(firstInt(request.parameters));
-    return g_variant_new("(iii)", static_cast<gint32>(reg->getType()), reg->getIndex(),
-                         static_cast<gint32>(reg->getMaxValue()));
+    const Register& reg = **request.map.placeOf(firstInt(request.parameters));
+    return g_variant_new("(iii)", static_cast<gint32>(reg.getType()), reg.getIndex(),
+                         static_cast<gint32>(reg.getMaxValue()));
 }
 
 /// A method's name, and what makes the reply's tuple, or null for an empty reply.

@@ -49,3 +49,23 @@ inline std::vector<std::string> integerAttributes() {
     std::sort(found.begin(), found.end());
     return found;
 }
+
+/// A descriptor of this process and the file it is open at.
+struct OpenFile {
+    int fd;
+    std::string path;
+};
+
+/// The files in sysfs that this process has open.
+inline std::vector<OpenFile> openAttributes() {
+    namespace fs = std::filesystem;
+    std::vector<OpenFile> found;
+    for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        const std::string path = fs::read_symlink(entry.path(), gone);
+        if (path.rfind(HOST_SYSFS, 0) == 0) {
+            found.push_back({std::stoi(entry.path().filename()), path});
+        }
+    }
+    return found;
+}

@@ -12,6 +12,7 @@
 
 #include "CapturedLog.h"
 #include "FakeDriver.h"
+#include "HostSysfs.h"
 #include "LoggerNames.h"
 #include "TemporaryDirectory.h"
 #include "tesk/Exceptions.h"
@@ -74,6 +75,19 @@ TEST_F(FileRegisterTest, IsNotMadeWhenTheDriverCannotConfigureTheIo) {
                 ThrowsMessage<tesk::InvalidArgumentsException>("invalid index"));
     EXPECT_EQ(driver.use_count(), 1);
     EXPECT_EQ(loggerNames(), loggers);
+}
+
+TEST_F(FileRegisterTest, KeepsAnAttributeOfSysfsOpenUntilItGoes) {
+    path = integerAttributes().at(0);
+    const std::string text = readFile(path);
+    const int value = makeRegister(32).readValue();
+    EXPECT_EQ(value, std::stoi(text));
+    ASSERT_EQ(openAttributes().size(), 1);
+    EXPECT_EQ(openAttributes().front().path, path);
+    EXPECT_EQ(reg->readValue(), value);
+    EXPECT_EQ(openAttributes().size(), 1);
+    reg.reset();
+    EXPECT_THAT(openAttributes(), IsEmpty());
 }
 
 TEST_F(FileRegisterTest, SharesTheDriverUntilItGoes) {

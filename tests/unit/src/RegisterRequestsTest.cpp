@@ -47,6 +47,12 @@ class RegisterRequestsTest : public testing::Test {
         return client.call(method, parameters).text();
     }
 
+    /// What Read answers for an address, without the tuple.
+    std::string valueAt(const std::string& address) const {
+        const std::string answer = ask("Read", "(" + address + ",)");
+        return answer.substr(1, answer.size() - 3);
+    }
+
     void expectFailure(const std::string& method, const std::string& parameters,
                        const std::string& text) const {
         SCOPED_TRACE(method + parameters);
@@ -124,6 +130,30 @@ TEST_F(RegisterRequestsTest, ReadListAnswersWithTheValuesInTheOrderOfTheAddresse
     const BusClient::Answer answer = client.call("ReadList", "(<[60001, 1, 2, 20]>,)");
     EXPECT_EQ(answer.text(), "(<[-2, 7, 0, 0]>,)");
     EXPECT_STREQ(g_variant_get_type_string(answer.reply.get()), "(v)");
+}
+
+TEST_F(RegisterRequestsTest, ReadListFindsEveryRegisterFromEveryOther) {
+    const auto& registers = map.allRegisters();
+    for (std::size_t place = 0; place < registers.size(); ++place) {
+        registers[place]->Register::writeValue(place % 2 == 0 ? 1 : 0);
+    }
+    for (const auto& one : registers) {
+        for (const auto& other : registers) {
+            const std::string first = std::to_string(one->getAddress());
+            const std::string second = std::to_string(other->getAddress());
+            const std::string list = "(<[" + first + ", " + second + "]>,)";
+            const std::string separate = "(<[" + valueAt(first) + ", " + valueAt(second) + "]>,)";
+            EXPECT_EQ(ask("ReadList", list), separate) << list;
+        }
+    }
+}
+
+TEST_F(RegisterRequestsTest, NoRequestTakesAShareOfARegister) {
+    const std::shared_ptr<Register>& reg = map.allRegisters().at(2);
+    ASSERT_EQ(reg->getAddress(), 10);
+    driver->convert = [&reg](RegisterType, int, int) { return static_cast<int>(reg.use_count()); };
+    EXPECT_EQ(ask("Read", "(10,)"), "(1,)");
+    EXPECT_EQ(ask("ReadList", "(<[10, 10]>,)"), "(<[1, 1]>,)");
 }
 
 TEST_F(RegisterRequestsTest, ReadListReadsARepeatedAddressEachTime) {

@@ -31,25 +31,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A descriptor of this process and the file it is open at.
-struct OpenFile {
-    int fd;
-    std::string path;
-};
-
-/// The files in sysfs that this process has open.
-std::vector<OpenFile> openAttributes() {
-    std::vector<OpenFile> found;
-    for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
-        std::error_code gone;
-        const std::string path = fs::read_symlink(entry.path(), gone);
-        if (path.rfind(HOST_SYSFS, 0) == 0) {
-            found.push_back({std::stoi(entry.path().filename()), path});
-        }
-    }
-    return found;
-}
-
 bool isOpen(const std::string& path) {
     const auto all = openAttributes();
     return std::any_of(all.begin(), all.end(), [&](const OpenFile& f) { return f.path == path; });
