@@ -261,7 +261,7 @@ TEST_F(EndToEndTest, BoardsThatAreLoadedAgainAreConfiguredAndAnnouncedAgain) {
     service->waitForLine("the board at /sys/kernel/kr62 has gone");
     loadBoards();
     for (int board = 1; board <= 5; ++board) {
-        service->waitForLine("is back");
+        service->waitForLine("is back;");
     }
     EXPECT_EQ(readFile(IO_BOARD + "inputs/3/edge"), "both\n");
     EXPECT_EQ(readFile(EXPANDER + "inputs/8/counter_edge"), "rising\n");
