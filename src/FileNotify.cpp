@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "FileNotify.h"
 
+#include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 
@@ -19,6 +20,11 @@
 namespace {
 
 constexpr Pattern<std::string> INOTIFY_FAILED("error initializing inotify: %s");
+constexpr Pattern<> TOO_MANY_INSTANCES(
+    "this user watches files with too many programs: raise fs.inotify.max_user_instances with "
+    "sysctl");
+constexpr Pattern<> TOO_MANY_WATCHES(
+    "this user watches too many files: raise fs.inotify.max_user_watches with sysctl");
 constexpr Pattern<std::string> PIPE_FAILED("error initializing pipe: %s");
 constexpr Pattern<std::string, std::string> WATCH_FAILED(
     "error enabling notification for file '%s': %s");
@@ -42,6 +48,12 @@ constexpr timespec REMOVAL_PAUSE{0, 100'000'000};
 
 std::string errnoText() {
     return std::strerror(errno);
+}
+
+/// Whether inotify_init1() has failed for the limit of the user, not for that of the process: a
+/// descriptor of another sort can still be opened.
+bool hasTooManyInstances(int initError) {
+    return initError == EMFILE && FileDescriptor(::eventfd(0, EFD_CLOEXEC)).isOpen();
 }
 
 /// Null until getInstance() has made it.
@@ -79,7 +91,11 @@ bool FileNotify::workerAnswers() {
 
 FileNotify::FileNotify() : ObjectBase("file-notify"), inotify(::inotify_init1(IN_NONBLOCK)) {
     if (!inotify.isOpen()) {
+        const int reason = errno;
         log(logger, Poco::Message::PRIO_FATAL, INOTIFY_FAILED, errnoText());
+        if (hasTooManyInstances(reason)) {
+            log(logger, Poco::Message::PRIO_NOTICE, TOO_MANY_INSTANCES);
+        }
         throw tesk::InputOutputException("error initializing inotify");
     }
     std::array<int, 2> ends{};
@@ -102,7 +118,11 @@ int FileNotify::enableNotifications(const std::string& path, std::function<void(
     const std::lock_guard<std::mutex> guard(watchesMutex);
     const int wd = addInotifyWatch(path, false);
     if (wd == -1) {
-        throw tesk::InputOutputException(WATCH_FAILED(path, errnoText()));
+        const int reason = errno;
+        if (reason == ENOSPC) {
+            log(logger, Poco::Message::PRIO_NOTICE, TOO_MANY_WATCHES);
+        }
+        throw tesk::InputOutputException(WATCH_FAILED(path, std::strerror(reason)));
     }
     watches[wd] = FileWatch{path, std::move(callback), true};
     log(logger, Poco::Message::PRIO_INFORMATION, FILE_ADDED, path, wd);

@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sched.h>
 #include <sys/inotify.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -16,6 +17,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <future>
 #include <limits>
@@ -1163,6 +1165,50 @@ TEST_F(FileNotifyTest, IsNotMadeWithoutAPipe) {
         EXPECT_EQ(startWith(left), "error initializing pipe\n" + std::to_string(FATAL) +
                                        " error initializing pipe: Too many open files");
     }
+}
+
+/// What happens in a user namespace whose users may have no inotify object of a sort any longer:
+/// the exception and the notices. Where there can be no such namespace, the limit is that of all.
+///
+/// @param limit the name of the limit in /proc/sys/user
+std::string atLimit(const std::string& limit, const std::string& path) {
+    const std::filesystem::path file = "/proc/sys/user/" + limit;
+    const std::string before = readFile(file);
+    std::string result = inChildProcess(
+        [&file, &path] {
+            const CapturedLog log;
+            std::string text = "works";
+            std::ofstream(file) << 0;
+            try {
+                FileNotify notify;
+                notify.enableNotifications(path, [](int) {});
+            } catch (const tesk::InputOutputException& e) {
+                text = e.what();
+            }
+            for (const std::string& notice : log.texts(Poco::Message::PRIO_NOTICE)) {
+                text += "\n" + notice;
+            }
+            return text;
+        },
+        CLONE_NEWUSER);
+    if (readFile(file) != before) {
+        std::ofstream(file) << before;
+    }
+    return result;
+}
+
+TEST_F(FileNotifyTest, TheLimitOfWatchesIsNamed) {
+    const std::string path = file("value");
+    EXPECT_EQ(atLimit("max_inotify_watches", path),
+              "error enabling notification for file '" + path +
+                  "': No space left on device\nthis user watches too many files: raise "
+                  "fs.inotify.max_user_watches with sysctl");
+}
+
+TEST_F(FileNotifyTest, TheLimitOfInstancesIsNamed) {
+    EXPECT_EQ(atLimit("max_inotify_instances", file("value")),
+              "error initializing inotify\nthis user watches files with too many programs: raise "
+              "fs.inotify.max_user_instances with sysctl");
 }
 
 TEST_F(FileNotifyTest, TheProcessHasOneOfItsOwn) {
