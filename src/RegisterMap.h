@@ -53,6 +53,7 @@ class RegisterMap : public DBusObject {
     /// @throws tesk::ParseException see MapFile::readFields(); "error parsing field" when a field
     ///         is refused, after an error line with the reason
     /// @throws tesk::NotFoundException "IO type '%s' not found"
+    /// @throws std::bad_alloc there is not enough memory for the registers
     /// @throws std::exception what a register's constructor throws, or Poco for a JSON value of the
     ///         wrong type
     void parse();

@@ -6,8 +6,10 @@
 
 #include <array>
 
+#include "Build.h"
 #include "BusFixture.h"
 #include "Outcome.h"
+#include "ProcessFigures.h"
 
 namespace {
 
@@ -68,6 +70,33 @@ TEST_F(CommandLineTest, AMissingMapIsStatus1AndTellsTheRemedy) {
     const Outcome journal =
         outcomeOf({DAEMON, "--map", "/nowhere/map.json"}, {{"JOURNAL_STREAM", "9:12345"}});
     EXPECT_EQ(journal.errors, "<1>server: map file not found\n<3>" + line);
+}
+
+TEST_F(CommandLineTest, ACountThatNoMemoryHoldsIsRefusedAtOnceWithItsField) {
+    const auto service = launch(mapOf({R"({"address": 1, "size": 1, "count": 1})",
+                                       R"({"address": 2, "size": 1, "count": 2147483647})"}));
+    EXPECT_EQ(service->waitForExit(), 1);
+    const auto lines = Process::lines(service->standardError());
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_THAT(lines[0], EndsWith("map.json', field io_mapping[1], address 2"));
+    EXPECT_THAT(lines[1], EndsWith(" Fatal server: std::bad_alloc"));
+}
+
+TEST_F(CommandLineTest, TheFieldIsToldAlsoWhenTheMemoryIsUsedUp) {
+    const Process& small = startService(map);
+    constexpr double MORE = 64 * 1024;  // kilobytes
+    const double limit = kilobytes(small.pid(), "status", "VmPeak:") + MORE;
+    // The memory of a sanitizer's build cannot be limited.
+    const std::string count = SANITIZED ? "2000000000" : "3000000";
+    const std::string large = directory.file(
+        "large.json", mapOf({R"({"address": 1, "size": 1, "count": )" + count + "}"}));
+    const Outcome outcome =
+        outcomeOf({"sh", "-c", R"(ulimit -v "$0" && exec "$@")",
+                   SANITIZED ? "unlimited" : std::to_string(static_cast<long>(limit)), DAEMON,
+                   "--map", large});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.errors, HasSubstr("large.json', field io_mapping[0], address 1\n"));
+    EXPECT_THAT(outcome.errors, EndsWith(" Fatal server: std::bad_alloc\n"));
 }
 
 TEST_F(CommandLineTest, AMapThatCannotBeReadIsToldWithTheSystemsReason) {
