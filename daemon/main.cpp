@@ -11,6 +11,7 @@
 #include "ServedBoards.h"
 #include "Server.h"
 #include "ServiceManager.h"
+#include "UncaughtException.h"
 #include "program/LogOutput.h"
 #include "program/Report.h"
 #include "program/Signals.h"
@@ -73,6 +74,7 @@ int main(int argc, char** argv) {
     fillStandardDescriptors();
     returnLargeBlocks();
     endOnSignals(flushLog);
+    endOnUncaughtException();
     try {
         return serve(readOptions(argc, argv));
     } catch (const UsageError& e) {
