@@ -37,7 +37,12 @@ class [[gnu::visibility("default")]] Server : public tesk::ObjectBase {
     /// @throws tesk::InputOutputException "failed to request name on bus"
     Server(const std::string& mapFilePath, DriverManager& manager);
 
-    /// Gives the name back and destroys the map.
+    /// Gives the name back and destroys the map, for a process that goes on.
+    ///
+    /// None of GDBus's callbacks comes afterwards, not even those that wait for the main loop:
+    /// right before it calls back, GDBus looks whether the name is still wanted. This holds on the
+    /// thread that has made the server. On another thread, a callback could be running at this
+    /// moment.
     ~Server() override;
 
     /// Serves until the process ends.

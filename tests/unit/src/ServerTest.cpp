@@ -387,6 +387,15 @@ TEST_F(ServerTest, TheLoggerOutlivesTheServer) {
     EXPECT_TRUE(loggerExists("server"));
 }
 
+TEST_F(ServerTest, NothingIsHeardOfAServerThatIsGone) {
+    // There is no bus. A server that still heard of that would end the process.
+    IdleContext later;
+    auto gone = later.begin([this] { return std::make_unique<Server>(path(), drivers); });
+    gone.reset();
+    later.finish();
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
 TEST_F(ServerTest, TheMapGoesWithTheServer) {
     writeMap(R"({"address": 5, "size": 8, "count": 1})");
     acquireBus(peer);
