@@ -23,7 +23,7 @@ bool isForJournal() {
 }
 
 /// Never released: a signal may come while the process ends.
-std::atomic<StandardErrorChannel*> channel{nullptr};
+std::atomic<StandardErrorChannel*> channel{nullptr};  // NOLINT(*-avoid-non-const-global-variables)
 
 }  // namespace
 

@@ -10,7 +10,7 @@
 
 namespace {
 
-std::atomic<void (*)() noexcept> work{nullptr};
+std::atomic<void (*)() noexcept> work{nullptr};  // NOLINT(*-avoid-non-const-global-variables)
 
 }  // namespace
 

@@ -57,7 +57,7 @@ bool hasTooManyInstances(int initError) {
 }
 
 /// Null until getInstance() has made it.
-std::atomic<FileNotify*> instance{nullptr};
+std::atomic<FileNotify*> instance{nullptr};  // NOLINT(*-avoid-non-const-global-variables)
 
 void sleepFor(timespec time) {
     while (::nanosleep(&time, &time) != 0 && errno == EINTR) {
