@@ -30,7 +30,7 @@ std::string currentExceptionText() {
         return "none, std::terminate() was called";
     }
     try {
-        throw;
+        std::rethrow_exception(std::current_exception());
     } catch (const std::exception& e) {
         return typeName(*type) + ": " + exceptionText(e);
     } catch (...) {
