@@ -4,6 +4,7 @@
 #include <Poco/JSON/Stringifier.h>
 
 #include <iostream>
+#include <sstream>
 
 std::string textOf(const Reading& reading) {
     if (!reading.error.empty()) {
@@ -35,6 +36,12 @@ void setReading(Poco::JSON::Object& object, const Reading& reading, const std::s
     } else {
         object.set(errorKey, reading.error);
     }
+}
+
+std::string lineOf(const Poco::Dynamic::Var& document) {
+    std::ostringstream line;
+    Poco::JSON::Stringifier::condense(document, line);
+    return line.str();
 }
 
 void printJson(const Poco::Dynamic::Var& document) {

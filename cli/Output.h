@@ -23,5 +23,8 @@ Poco::JSON::Object::Ptr jsonOf(const RegisterInfo& info);
 void setReading(Poco::JSON::Object& object, const Reading& reading,
                 const std::string& valueKey = "value", const std::string& errorKey = "error");
 
+/// A JSON document as one line, without a line end.
+std::string lineOf(const Poco::Dynamic::Var& document);
+
 /// Prints one JSON document as one line.
 void printJson(const Poco::Dynamic::Var& document);

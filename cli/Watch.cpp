@@ -2,6 +2,7 @@
 #include <Poco/DateTimeFormatter.h>
 #include <Poco/LocalDateTime.h>
 #include <glib.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -13,6 +14,7 @@
 
 #include "Arguments.h"
 #include "Commands.h"
+#include "LineOutput.h"
 #include "Output.h"
 #include "client/Failure.h"
 #include "client/ServiceProbe.h"
@@ -23,6 +25,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
+
+/// How long lines that nobody reads are waited for when everything else is over.
+constexpr std::chrono::milliseconds FINISH_TIME(300);
 
 struct Options {
     std::vector<std::string> registers;
@@ -68,10 +73,29 @@ void wakeAfter(Seconds time) {
         [](gpointer /*userData*/) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
 }
 
+std::string messageOf(const std::string& text) {
+    return "iomap: " + printable(text);
+}
+
+LineOutput::Listener listenerOfChanges(const std::shared_ptr<LineOutput>& messages) {
+    LineOutput::Listener listener;
+    listener.onLoss = [messages] {
+        messages->print(messageOf("nobody reads the changes; the oldest are being lost"));
+    };
+    listener.onResumption = [messages](std::size_t lost) {
+        messages->print(messageOf(std::to_string(lost) + " changes are lost"));
+    };
+    listener.onFailure = [] { g_main_context_wakeup(nullptr); };
+    return listener;
+}
+
 /// Prints the changes of some registers until it has printed enough or the time is up.
 class Watcher {
  public:
     explicit Watcher(const Request& whatToWatch) : request(whatToWatch) {}
+    ~Watcher() { messages->finish(Clock::now() + FINISH_TIME); }
+    Watcher(const Watcher&) = delete;
+    Watcher& operator=(const Watcher&) = delete;
 
     void watch() {
         service.waitForFirstEvent();
@@ -82,12 +106,13 @@ class Watcher {
             wakeAfter(*request.timeout);
         }
         // Without anybody who reads, the rest is for nothing.
-        while (!isEnough() && Clock::now() < end && std::cout) {
+        while (!isEnough() && Clock::now() < end && !changes.hasFailed()) {
             io.run(true);
             for (const ServiceWatch::Event event : service.takeEvents()) {
                 heed(event);
             }
         }
+        finish();
         if (request.count && !isEnough() && std::cout) {
             throw Failure("only " + std::to_string(printed) + " of " +
                           std::to_string(*request.count) + " changes came in time");
@@ -112,6 +137,17 @@ class Watcher {
                                     [this](int address, int value) { print(address, value); });
     }
 
+    /// Has the rest written. After the time is up, nobody waits for that.
+    void finish() {
+        const std::size_t lost =
+            changes.finish(request.timeout ? std::optional(end + FINISH_TIME) : std::nullopt);
+        if (changes.hasFailed()) {
+            std::cout.setstate(std::ios::badbit);
+        } else if (lost > 0) {
+            throw Failure(std::to_string(lost) + " changes are lost, as nobody has read them");
+        }
+    }
+
     bool isEnough() const { return request.count && printed >= *request.count; }
 
     void heed(ServiceWatch::Event event) {
@@ -119,7 +155,7 @@ class Watcher {
             throw Failure("the D-Bus system bus has gone; start it and iomappingd");
         }
         if (event == ServiceWatch::Event::WENT) {
-            std::cerr << "iomap: the service has gone; waiting for it" << std::endl;
+            tell("the service has gone; waiting for it");
             away = true;
         } else if (away) {
             welcomeBack();
@@ -133,9 +169,9 @@ class Watcher {
             probeService(probeLimit(end), ServiceStart::ALLOWED);
             choose();
         } catch (const std::exception& e) {
-            report("iomap", reasonOf(e), EXIT_FAILURE);
+            tell(reasonOf(e));
         }
-        std::cerr << "iomap: the service is back" << std::endl;
+        tell("the service is back");
     }
 
     void print(int address, int value) {
@@ -152,15 +188,22 @@ class Watcher {
             object->set("type", getTypeName(info.type));
             object->set("index", info.index);
             object->set("value", value);
-            printJson(object);
+            changes.print(lineOf(object));
         } else {
-            std::cout << time << ' ' << address << ' ' << getTypeName(info.type) << ' '
-                      << info.index << ' ' << value << std::endl;
+            changes.print(time + ' ' + std::to_string(address) + ' ' + getTypeName(info.type) +
+                          ' ' + std::to_string(info.index) + ' ' + std::to_string(value));
         }
         ++printed;
     }
 
+    void tell(const std::string& text) { messages->print(messageOf(text)); }
+
     const Request& request;
+    // Both are written by threads: what nobody reads must not stop the main context, or the changes
+    // that it does not take would fill the memory.
+    const std::shared_ptr<LineOutput> messages{
+        std::make_shared<LineOutput>(STDERR_FILENO, LineOutput::Listener())};
+    LineOutput changes{STDOUT_FILENO, listenerOfChanges(messages)};
     IoMapping io;
     ServiceWatch service;
     std::map<int, RegisterInfo> infos;

@@ -3,7 +3,12 @@
 #include <Poco/DateTimeParser.h>
 #include <Poco/Timestamp.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -12,6 +17,7 @@
 #include "Build.h"
 #include "IoMapping.h"
 #include "IomapFixture.h"
+#include "support/FileDescriptor.h"
 
 namespace {
 
@@ -48,6 +54,45 @@ class Prober {
     IoMapping io;
     std::atomic<bool> ended{false};
     std::thread worker;
+};
+
+/// A pipe that nobody reads unless asked to.
+class UnreadPipe {
+ public:
+    explicit UnreadPipe(const std::string& name) : path(name) {
+        EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+        end.reset(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+        EXPECT_TRUE(end.isOpen());
+        fcntl(end.get(), F_SETFL, 0);
+        fcntl(end.get(), F_SETPIPE_SZ, 4096);
+    }
+
+    /// Starts a watch that prints into the pipe.
+    std::unique_ptr<Process> startWatch(const std::vector<std::string>& arguments) const {
+        std::vector<std::string> command{
+            "sh", "-c", "out=$1; shift; exec \"$0\" watch \"$@\" >\"$out\"", IOMAP, path};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        return std::make_unique<Process>(command);
+    }
+
+    /// What comes out of the pipe until a text is the last of it.
+    std::string readUntil(const std::string& last) const {
+        std::string text;
+        std::array<char, 65536> buffer{};
+        while (text.size() < last.size() ||
+               text.compare(text.size() - last.size(), last.size(), last) != 0) {
+            const ssize_t got = read(end.get(), buffer.data(), buffer.size());
+            if (got <= 0) {
+                throw std::runtime_error("the pipe has ended");
+            }
+            text.append(buffer.data(), static_cast<std::size_t>(got));
+        }
+        return text;
+    }
+
+ private:
+    const std::string path;
+    FileDescriptor end;
 };
 
 class IomapWatchTest : public IomapFixture {
@@ -318,6 +363,46 @@ TEST_F(IomapWatchTest, ItEndsWhenNobodyReadsIt) {
     EXPECT_EQ(pipe.waitForExit(), 0);
     EXPECT_THAT(Process::lines(pipe.standardOutput()), SizeIs(1));
     EXPECT_EQ(pipe.standardError(), "iomap: cannot write to standard output\n");
+}
+
+TEST_F(IomapWatchTest, WithoutAReaderTheOldestChangesAreLostAndCounted) {
+    startService(map);
+    const UnreadPipe pipe(directory.path() / "pipe");
+    const auto watch = pipe.startWatch({"99", "1"});
+    {
+        const Prober prober;
+        EXPECT_EQ(watch->waitForLine("iomap: "),
+                  "iomap: nobody reads the changes; the oldest are being lost");
+    }
+    iomapDone({"write", "1=1"});
+    const auto lines = Process::lines(pipe.readUntil(" 1 virtual 1 1\n"));
+    const std::string lost = watch->waitForLine("iomap: ");
+    EXPECT_THAT(lost, MatchesRegex("iomap: [0-9]+ changes are lost"));
+    const auto valueOf = [](const std::string& line) {
+        return std::stoul(line.substr(line.rfind(' ')));
+    };
+    const auto all = valueOf(lines[lines.size() - 2]) - valueOf(lines[0]) + 1;
+    EXPECT_EQ(lines.size() - 1 + std::stoul(lost.substr(7)), all);
+}
+
+TEST_F(IomapWatchTest, WithoutAReaderItStillEndsAtOnceOnASignal) {
+    startService(map);
+    const UnreadPipe pipe(directory.path() / "pipe");
+    const auto watch = pipe.startWatch({});
+    const Prober prober;
+    watch->waitForLine("being lost");
+    watch->signal(SIGTERM);
+    EXPECT_EQ(watch->waitForExit(), TERMINATED);
+}
+
+TEST_F(IomapWatchTest, WithoutAReaderItStillEndsWhenTheTimeIsUp) {
+    startService(map);
+    const UnreadPipe pipe(directory.path() / "pipe");
+    const auto watch = pipe.startWatch({"--timeout", EMULATED || SANITIZED ? "60" : "3"});
+    const Prober prober;
+    EXPECT_EQ(watch->waitForExit(), 1);
+    EXPECT_THAT(Process::lines(watch->standardError()).back(),
+                MatchesRegex("iomap: [0-9]+ changes are lost, as nobody has read them"));
 }
 
 TEST_F(IomapWatchTest, WhatCannotBeWatchedIsStatus1) {
