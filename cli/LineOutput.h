@@ -15,7 +15,7 @@
 /// The methods are for one thread.
 class LineOutput {
  public:
-    static constexpr std::size_t MOST_WAITING = 10'000;
+    static constexpr std::size_t MOST_WAITING = 4'000;
 
     /// What to do about what happens. Each may be called from the thread of the output.
     struct Listener {
