@@ -112,7 +112,7 @@ class [[gnu::visibility("default")]] IoMapping {
     /// notifications first and then read the register.
     ///
     /// A callback may call the other methods of this object, but neither run() nor the four for
-    /// notifications: these would wait for the callback itself to end.
+    /// notifications nor watchService(): these would wait for the callback itself to end.
     ///
     /// May be called from any thread. Makes no call to the service: an address without a register
     /// is accepted, and its function is never called.
@@ -128,6 +128,19 @@ class [[gnu::visibility("default")]] IoMapping {
 
     /// The same for several addresses.
     void disableNotificationsRange(const std::vector<int>& addresses);
+
+    /// Has a function called with true whenever the service comes to the bus, and with false
+    /// whenever it goes. The function is called inside run(). It replaces the earlier function; an
+    /// empty one ends the calls.
+    ///
+    /// A service that has come again has new values: its virtual registers are 0, and changes in
+    /// the meantime have not been announced. A service whose name another process takes over goes
+    /// and comes. The loss of the bus counts as a service that goes.
+    ///
+    /// What there is now is not told. To miss nothing, call this first and then isAlive().
+    ///
+    /// The rules for the callbacks of notifications apply. May be called from any thread.
+    void watchService(std::function<void(bool)> callback);
 
  private:
     struct State;

@@ -4,6 +4,7 @@
 #include <gio/gio.h>
 
 #include <chrono>
+#include <future>
 #include <map>
 #include <mutex>
 #include <string>
@@ -154,12 +155,26 @@ struct IoMapping::State {
                          const gchar* interfaceName, const gchar* signalName, GVariant* parameters,
                          gpointer userData);
 
+    /// Has the bus tell of each new owner of the service's name, and the connection of its end.
+    /// On a thread without a main context of its own.
+    void subscribeToService();
+    void tellOfService(bool present);
+
+    static void onNewOwner(GDBusConnection* connection, const gchar* sender,
+                           const gchar* objectPath, const gchar* interfaceName,
+                           const gchar* signalName, GVariant* parameters, gpointer userData);
+    static void onClosed(GDBusConnection* connection, gboolean remotely, GError* error,
+                         gpointer userData);
+
     ConnectionOwner connection;
     NodeInfoOwner nodeInfo;
     GMainContext* mainContext{g_main_context_default()};
     guint subscriptionId{0};
+    guint ownerSubscriptionId{0};
+    gulong closedId{0};
     std::mutex lock;
     std::map<int, std::function<void(int, int)>> callbacks;
+    std::function<void(bool)> serviceCallback;
     std::shared_ptr<ChangeFilter> filter;
 };
 
@@ -195,6 +210,10 @@ void IoMapping::State::open(GCancellable* cancellable) {
 
 IoMapping::State::~State() {
     g_dbus_connection_signal_unsubscribe(connection.get(), subscriptionId);
+    if (closedId != 0) {
+        g_dbus_connection_signal_unsubscribe(connection.get(), ownerSubscriptionId);
+        g_signal_handler_disconnect(connection.get(), closedId);
+    }
     nodeInfo.reset();
     g_main_context_wakeup(mainContext);
     g_main_context_unref(mainContext);
@@ -236,6 +255,42 @@ void IoMapping::State::onSignal(GDBusConnection* /*connection*/, const gchar* /*
     if (entry != state->callbacks.end() && entry->second) {
         entry->second(address, value);
     }
+}
+
+void IoMapping::State::subscribeToService() {
+    ownerSubscriptionId = g_dbus_connection_signal_subscribe(
+        connection.get(), "org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged",
+        "/org/freedesktop/DBus", BusContract::SERVICE_NAME, G_DBUS_SIGNAL_FLAGS_NONE, onNewOwner,
+        this, nullptr);
+    closedId = g_signal_connect(connection.get(), "closed", G_CALLBACK(onClosed), this);
+}
+
+void IoMapping::State::tellOfService(bool present) {
+    const std::lock_guard<std::mutex> guard(lock);
+    if (serviceCallback) {
+        serviceCallback(present);
+    }
+}
+
+void IoMapping::State::onNewOwner(GDBusConnection* /*connection*/, const gchar* /*sender*/,
+                                  const gchar* /*objectPath*/, const gchar* /*interfaceName*/,
+                                  const gchar* /*signalName*/, GVariant* parameters,
+                                  gpointer userData) {
+    const gchar* before = nullptr;
+    const gchar* after = nullptr;
+    g_variant_get(parameters, "(&s&s&s)", nullptr, &before, &after);
+    auto* const state = static_cast<State*>(userData);
+    if (*before != '\0') {
+        state->tellOfService(false);
+    }
+    if (*after != '\0') {
+        state->tellOfService(true);
+    }
+}
+
+void IoMapping::State::onClosed(GDBusConnection* /*connection*/, gboolean /*remotely*/,
+                                GError* /*error*/, gpointer userData) {
+    static_cast<State*>(userData)->tellOfService(false);
 }
 
 IoMapping::IoMapping() : state(std::make_unique<State>()) {}
@@ -340,5 +395,14 @@ void IoMapping::disableNotificationsRange(const std::vector<int>& addresses) {
     for (const int address : addresses) {
         state->callbacks.erase(address);
         state->filter->dismiss(address);
+    }
+}
+
+void IoMapping::watchService(std::function<void(bool)> callback) {
+    const std::lock_guard<std::mutex> guard(state->lock);
+    state->serviceCallback = std::move(callback);
+    // An application that does not ask has nothing queued when the service comes and goes.
+    if (state->closedId == 0) {
+        std::async(std::launch::async, [this] { state->subscribeToService(); }).get();
     }
 }

@@ -71,6 +71,16 @@ class IoMappingTest : public BusFixture {
     }
 };
 
+/// Makes a connection the owner of the service's name, also if the name has one.
+void takeName(GDBusConnection* connection) {
+    constexpr guint REPLACE = 2;
+    const VariantOwner owned(g_dbus_connection_call_sync(
+        connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+        "RequestName", g_variant_new("(su)", BusClient::SERVICE, REPLACE), nullptr,
+        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
+    ASSERT_TRUE(owned);
+}
+
 TEST_F(IoMappingTest, WithoutABusThereIsNoObject) {
     bus.kill();
     EXPECT_THAT(failureOf([] { IoMapping io; }), StartsWith("Error initializing DBus: "));
@@ -117,18 +127,13 @@ TEST_F(IoMappingTest, AServiceThatCannotStartFailsTheCallsAndNotTheConstructor) 
 TEST_F(IoMappingTest, TheFirstChangeAfterTheConstructionIsNotMissed) {
     constexpr int OBJECTS = EMULATED ? 50 : 500;
     const ObjectOwner<GDBusConnection> service = connectToBus();
-    const VariantOwner owned(g_dbus_connection_call_sync(
-        service.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-        "RequestName", g_variant_new("(su)", BusClient::SERVICE, 0), nullptr,
-        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
-    ASSERT_TRUE(owned);
+    takeName(service.get());
     for (int i = 0; i < OBJECTS; ++i) {
         IoMapping io;
         Changes changes;
         io.enableNotifications(1, into(changes));
-        g_dbus_connection_emit_signal(service.get(), nullptr, BusClient::PATH,
-                                       BusClient::INTERFACE, "OnValueChange",
-                                       g_variant_new("(ii)", 1, i), nullptr);
+        g_dbus_connection_emit_signal(service.get(), nullptr, BusClient::PATH, BusClient::INTERFACE,
+                                      "OnValueChange", g_variant_new("(ii)", 1, i), nullptr);
         ASSERT_TRUE(runClientUntil(io, [&changes] { return !changes.empty(); })) << i;
     }
     g_dbus_connection_close_sync(service.get(), nullptr, nullptr);
@@ -432,6 +437,75 @@ TEST_F(IoMappingTest, ARestartedServiceIsUsedAgainAndNotificationsGoOn) {
     EXPECT_THAT(changes, ElementsAre(std::pair(1, 1), std::pair(1, 2)));
 }
 
+TEST_F(IoMappingTest, TheComingAndGoingOfTheServiceIsToldInRun) {
+    std::vector<bool> told;
+    IoMapping io;
+    io.watchService([&told](bool present) { told.push_back(present); });
+    EXPECT_FALSE(io.isAlive());
+    for (int round = 0; round < 2; ++round) {
+        Process& service = startService(map);
+        EXPECT_TRUE(runClientUntil(io, [&told] { return !told.empty(); }));
+        service.signal(SIGTERM);
+        service.waitForExit();
+        EXPECT_TRUE(runClientUntil(io, [&told] { return told.size() >= 2; }));
+        EXPECT_THAT(told, ElementsAre(true, false));
+        told.clear();
+    }
+}
+
+TEST_F(IoMappingTest, ACallbackOfTheServiceMayReadTheNewValues) {
+    IoMapping io;
+    int value = -1;
+    io.watchService([&io, &value](bool present) {
+        if (present) {
+            value = io.readValue(1);
+        }
+    });
+    startService(map);
+    EXPECT_TRUE(runClientUntil(io, [&value] { return value == 0; }));
+}
+
+TEST_F(IoMappingTest, AServiceWhoseNameIsTakenOverGoesAndComes) {
+    startService(map);
+    IoMapping io;
+    std::vector<bool> told;
+    io.watchService([&told](bool present) { told.push_back(present); });
+    EXPECT_TRUE(io.isAlive());
+    const ObjectOwner<GDBusConnection> other = connectToBus();
+    takeName(other.get());
+    EXPECT_TRUE(runClientUntil(io, [&told] { return told.size() >= 2; }));
+    EXPECT_THAT(told, ElementsAre(false, true));
+    g_dbus_connection_close_sync(other.get(), nullptr, nullptr);
+}
+
+TEST_F(IoMappingTest, TheLossOfTheBusIsToldAsAServiceThatGoes) {
+    startService(map);
+    IoMapping io;
+    std::vector<bool> told;
+    io.watchService([&told](bool present) { told.push_back(present); });
+    EXPECT_TRUE(io.isAlive());
+    bus.kill();
+    EXPECT_TRUE(runClientUntil(io, [&told] { return !told.empty(); }));
+    EXPECT_FALSE(told.back());
+}
+
+TEST_F(IoMappingTest, AServiceThatIsNotWatchedAnyMoreIsNotTold) {
+    IoMapping io;
+    std::vector<bool> dropped;
+    io.watchService([&dropped](bool present) { dropped.push_back(present); });
+    const ObjectOwner<GDBusConnection> service = connectToBus();
+    takeName(service.get());
+    EXPECT_TRUE(io.isAlive()) << "its coming is queued by now";
+    io.watchService({});
+    Changes changes;
+    io.enableNotifications(1, into(changes));
+    g_dbus_connection_emit_signal(service.get(), nullptr, BusClient::PATH, BusClient::INTERFACE,
+                                  "OnValueChange", g_variant_new("(ii)", 1, 1), nullptr);
+    EXPECT_TRUE(runClientUntil(io, [&changes] { return !changes.empty(); }));
+    EXPECT_THAT(dropped, IsEmpty());
+    g_dbus_connection_close_sync(service.get(), nullptr, nullptr);
+}
+
 TEST_F(IoMappingTest, AnApplicationThatNeverRunsFindsTheRestartedService) {
     Process& first = startService(map);
     IoMapping io;
@@ -464,8 +538,8 @@ TEST_F(IoMappingTest, SignalsOfOthersAreNotTaken) {
     io.enableNotifications(1, into(changes));
     const BusClient stranger;
     g_dbus_connection_emit_signal(stranger.connection(), nullptr, BusClient::PATH,
-                                   BusClient::INTERFACE, "OnValueChange",
-                                   g_variant_new("(ii)", 1, 666), nullptr);
+                                  BusClient::INTERFACE, "OnValueChange",
+                                  g_variant_new("(ii)", 1, 666), nullptr);
     g_dbus_connection_flush_sync(stranger.connection(), nullptr, nullptr);
     io.writeValue(1, 3);
     EXPECT_TRUE(runClientUntil(io, [&changes] { return !changes.empty(); }));
