@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <poll.h>
+
 #include <functional>
 #include <memory>
 #include <tuple>
@@ -64,6 +66,28 @@ class [[gnu::visibility("default")]] IoMapping {
 
     /// Ends a run(true) that waits in another thread.
     void wakeup();
+
+    /// The first half of run(), for a loop of the application's own that waits with poll():
+    ///
+    ///     std::vector<pollfd> descriptors{{STDIN_FILENO, POLLIN, 0}};
+    ///     const int timeout = io.beginWait(descriptors);
+    ///     poll(descriptors.data(), descriptors.size(), timeout);
+    ///     io.endWait(descriptors);
+    ///
+    /// Each endWait() follows its beginWait() on the same thread. Between the two, the default main
+    /// context belongs to that thread: no other thread gets into run() or beginWait().
+    ///
+    /// @param descriptors is added what to wait for besides the application's own descriptors
+    /// @return the time-out in milliseconds: how long to wait at most; -1 for no limit
+    /// @throws tesk::InvalidStateException another thread is inside run() or between the two calls
+    int beginWait(std::vector<pollfd> & descriptors);
+
+    /// The second half: delivers pending changes. The callbacks run inside this call.
+    ///
+    /// @param descriptors as beginWait() has left them, and poll() then
+    /// @return whether anything was dispatched
+    /// @throws tesk::InvalidStateException beginWait() has not been called
+    bool endWait(const std::vector<pollfd>& descriptors);
 
     /// Reads one register.
     ///

@@ -17,6 +17,7 @@
 #include "support/GLibOwners.h"
 #include "support/Pattern.h"
 #include "support/TimeLimit.h"
+#include "tesk/Exceptions.h"
 
 namespace {
 
@@ -176,6 +177,13 @@ struct IoMapping::State {
     std::map<int, std::function<void(int, int)>> callbacks;
     std::function<void(bool)> serviceCallback;
     std::shared_ptr<ChangeFilter> filter;
+
+    /// A wait between its beginWait() and its endWait(), which holds the main context.
+    bool waits{false};
+    gint waitPriority{0};
+    /// Where the main context's descriptors begin among those of the application.
+    std::size_t firstPolled{0};
+    std::vector<GPollFD> polled;
 };
 
 IoMapping::State::State() {
@@ -215,6 +223,9 @@ IoMapping::State::~State() {
         g_signal_handler_disconnect(connection.get(), closedId);
     }
     nodeInfo.reset();
+    if (waits) {
+        g_main_context_release(mainContext);
+    }
     g_main_context_wakeup(mainContext);
     g_main_context_unref(mainContext);
     connection.reset();
@@ -330,6 +341,50 @@ bool IoMapping::run(bool mayBlock) {
 
 void IoMapping::wakeup() {
     g_main_context_wakeup(state->mainContext);
+}
+
+int IoMapping::beginWait(std::vector<pollfd>& descriptors) {
+    GMainContext* const context = state->mainContext;
+    // While nobody holds it, the context tells no descriptor of what is added to it.
+    if (g_main_context_acquire(context) == FALSE) {
+        throw tesk::InvalidStateException("another thread runs the main context");
+    }
+    if (state->waits) {
+        g_main_context_release(context);
+    }
+    state->waits = true;
+    g_main_context_prepare(context, &state->waitPriority);
+    gint timeout = 0;
+    const auto query = [&] {
+        return static_cast<std::size_t>(
+            g_main_context_query(context, state->waitPriority, &timeout, state->polled.data(),
+                                 static_cast<gint>(state->polled.size())));
+    };
+    for (std::size_t count = query(); count != state->polled.size(); count = query()) {
+        state->polled.resize(count);
+    }
+    state->firstPolled = descriptors.size();
+    for (const GPollFD& polled : state->polled) {
+        descriptors.push_back({polled.fd, static_cast<short>(polled.events), 0});
+    }
+    return timeout;
+}
+
+bool IoMapping::endWait(const std::vector<pollfd>& descriptors) {
+    if (!state->waits) {
+        throw tesk::InvalidStateException("endWait() without beginWait()");
+    }
+    GMainContext* const context = state->mainContext;
+    for (std::size_t i = 0; i < state->polled.size(); ++i) {
+        state->polled[i].revents =
+            static_cast<gushort>(descriptors.at(state->firstPolled + i).revents);
+    }
+    const bool ready = g_main_context_check(context, state->waitPriority, state->polled.data(),
+                                            static_cast<gint>(state->polled.size())) != FALSE;
+    g_main_context_dispatch(context);
+    state->waits = false;
+    g_main_context_release(context);
+    return ready;
 }
 
 int IoMapping::readValue(int address) {

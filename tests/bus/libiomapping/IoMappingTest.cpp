@@ -2,7 +2,11 @@
 #include "IoMapping.h"
 
 #include <gmock/gmock.h>
+#include <poll.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <csignal>
 #include <memory>
@@ -12,6 +16,7 @@
 #include "BusConnection.h"
 #include "BusFixture.h"
 #include "Deadline.h"
+#include "support/FileDescriptor.h"
 #include "tesk/Exceptions.h"
 
 namespace {
@@ -544,6 +549,112 @@ TEST_F(IoMappingTest, SignalsOfOthersAreNotTaken) {
     io.writeValue(1, 3);
     EXPECT_TRUE(runClientUntil(io, [&changes] { return !changes.empty(); }));
     EXPECT_THAT(changes, ElementsAre(std::pair(1, 3)));
+}
+
+/// One round of an application's own loop.
+///
+/// @return whether anything of the object was delivered
+bool pollOnce(IoMapping& io, std::vector<pollfd>& descriptors) {
+    const int timeout = io.beginWait(descriptors);
+    const int patience = Deadline().milliseconds();
+    poll(descriptors.data(), descriptors.size(),
+         timeout < 0 ? patience : std::min(timeout, patience));
+    return io.endWait(descriptors);
+}
+
+TEST_F(IoMappingTest, ALoopOfTheApplicationsOwnDeliversChanges) {
+    startService(map);
+    IoMapping io;
+    Changes changes;
+    io.enableNotifications(1, into(changes));
+    std::atomic<bool> waits{false};
+    // The change comes while poll() waits, as the loop is told of nothing else.
+    std::thread writer([&] {
+        while (!waits) {
+        }
+        IoMapping().writeValue(1, 7);
+    });
+    const Deadline deadline;
+    while (changes.empty() && !deadline.passed()) {
+        std::vector<pollfd> descriptors;
+        const int timeout = io.beginWait(descriptors);
+        waits = true;
+        poll(descriptors.data(), descriptors.size(),
+             timeout < 0 ? deadline.milliseconds() : timeout);
+        io.endWait(descriptors);
+    }
+    waits = true;
+    writer.join();
+    EXPECT_THAT(changes, ElementsAre(std::pair(1, 7)));
+}
+
+TEST_F(IoMappingTest, ALoopOfTheApplicationsOwnKeepsItsDescriptors) {
+    IoMapping io;
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe(ends.data()), 0);
+    const FileDescriptor reader(ends[0]);
+    const FileDescriptor writer(ends[1]);
+    ASSERT_EQ(write(writer.get(), "x", 1), 1);
+    std::vector<pollfd> descriptors{{reader.get(), POLLIN, 0}};
+    pollOnce(io, descriptors);
+    ASSERT_GE(descriptors.size(), 2U);
+    EXPECT_EQ(descriptors[0].fd, reader.get());
+    EXPECT_EQ(descriptors[0].revents, POLLIN);
+}
+
+TEST_F(IoMappingTest, WakeupEndsAWaitOfTheApplicationsOwnLoop) {
+    IoMapping io;
+    std::vector<pollfd> descriptors;
+    while (pollOnce(io, descriptors)) {
+        descriptors.clear();
+    }
+    descriptors.clear();
+    io.beginWait(descriptors);
+    std::thread([&io] { io.wakeup(); }).join();
+    EXPECT_GT(poll(descriptors.data(), descriptors.size(), Deadline().milliseconds()), 0);
+    io.endWait(descriptors);
+}
+
+TEST_F(IoMappingTest, OneThreadAtATimeWaits) {
+    IoMapping io;
+    std::vector<pollfd> descriptors;
+    io.beginWait(descriptors);
+    std::thread([&io] {
+        std::vector<pollfd> others;
+        EXPECT_THROW(io.beginWait(others), tesk::InvalidStateException);
+    }).join();
+    io.endWait(descriptors);
+    EXPECT_THROW(io.endWait(descriptors), tesk::InvalidStateException);
+    std::thread([&io] {
+        std::vector<pollfd> others;
+        io.beginWait(others);
+        io.endWait(others);
+    }).join();
+}
+
+TEST_F(IoMappingTest, AWaitThatIsGivenUpLeavesTheLoopToOthers) {
+    std::vector<pollfd> descriptors;
+    {
+        IoMapping io;
+        io.beginWait(descriptors);
+        descriptors.clear();
+        io.beginWait(descriptors);
+    }
+    std::thread([] {
+        IoMapping io;
+        std::vector<pollfd> others;
+        io.beginWait(others);
+        io.endWait(others);
+    }).join();
+}
+
+TEST_F(IoMappingTest, AMainLoopOfTheApplicationsOwnDeliversChanges) {
+    startService(map);
+    IoMapping io;
+    Changes changes;
+    io.enableNotifications(1, into(changes));
+    io.writeValue(1, 5);
+    EXPECT_TRUE(runUntil([&changes] { return !changes.empty(); }));
 }
 
 }  // namespace
