@@ -7,6 +7,7 @@
 root=          # the checkout
 build=         # where iomappingd has been built
 device=        # the directory of the device; removed at the end
+map=           # the map file of the service
 board=         # a directory in $device: the files of the simulated device, for iomap-sim
 service_pid=   # the process of the sandbox; it ends with the exit status of the service
 background=()  # the processes that must not outlive the script
@@ -71,9 +72,9 @@ start_service() {
     start "$device/iomappingd.log" bwrap --dev-bind / / --dev /dev --bind "$board/sys" /sys --tmpfs /tmp \
         --bind "$root" "$root" --bind "$build" "$build" --bind "$device" "$device" \
         --bind "$board/tmp/factory_info_partition" /tmp/factory_info_partition \
-        --ro-bind "$board/os-release" "$(realpath /etc/os-release)" \
+        --ro-bind "$board/os-release" "$(realpath /etc/os-release)" --ro-bind "$map" "$map" \
         --die-with-parent --info-fd 9 -- \
-        "$build/iomappingd" --map "$root/data/maps/device.json" 9>"$device/sandbox.json"
+        "$build/iomappingd" --map "$map" 9>"$device/sandbox.json"
     service_pid=$!
     start /dev/null gdbus wait --system --timeout 10 org.mirel.IoMapping
     waiter=$!
@@ -94,10 +95,12 @@ explain_early_end() {
     esac
 }
 
-# start_device CHECKOUT BUILD_DIR
+# start_device CHECKOUT BUILD_DIR MAP
 start_device() {
     root=$1
     build=$2
+    map=$3
+    [ -r "$map" ] || fail "cannot read the map $map"
     require_tools
     # However the script ends, it leaves no process and no file.
     trap end_device EXIT
