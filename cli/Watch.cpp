@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "Arguments.h"
 #include "Commands.h"
@@ -20,11 +21,16 @@
 #include "client/ServiceProbe.h"
 #include "client/ServiceWatch.h"
 #include "program/Report.h"
+#include "program/UsageError.h"
+#include "tesk/Exceptions.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
+
+/// More questions would keep the service from its other work.
+constexpr Seconds SHORTEST_INTERVAL(0.1);
 
 /// How long lines that nobody reads are waited for when everything else is over.
 constexpr std::chrono::milliseconds FINISH_TIME(300);
@@ -34,6 +40,9 @@ struct Options {
     std::vector<std::string> types;
     std::optional<unsigned> count;
     std::optional<std::string> timeout;
+    std::optional<std::string> interval;
+    bool initial{false};
+    bool changesOnly{false};
     bool json{false};
 };
 
@@ -43,6 +52,9 @@ struct Request {
     std::vector<RegisterType> types;
     std::optional<unsigned> count;
     std::optional<Seconds> timeout;
+    std::optional<Seconds> interval;
+    bool initial;
+    bool changesOnly;
     bool json;
 };
 
@@ -51,9 +63,18 @@ Request requestOf(const Options& options) {
                     parseTypes(options.types),
                     options.count,
                     {},
+                    {},
+                    options.initial,
+                    options.changesOnly,
                     options.json};
     if (options.timeout) {
         request.timeout = parseSeconds(*options.timeout);
+    }
+    if (options.interval) {
+        request.interval = parseSeconds(*options.interval);
+        if (*request.interval < SHORTEST_INTERVAL) {
+            throw UsageError("--interval is 0.1 seconds at least");
+        }
     }
     return request;
 }
@@ -101,16 +122,19 @@ class Watcher {
         service.waitForFirstEvent();
         service.takeEvents();
         choose();
+        tellOfSilence();
         end = endOf(request);
         if (request.timeout) {
             wakeAfter(*request.timeout);
         }
+        lookFirst();
         // Without anybody who reads, the rest is for nothing.
         while (!isEnough() && Clock::now() < end && !changes.hasFailed()) {
             io.run(true);
             for (const ServiceWatch::Event event : service.takeEvents()) {
                 heed(event);
             }
+            pollIfDue();
         }
         finish();
         if (request.count && !isEnough() && std::cout) {
@@ -130,11 +154,97 @@ class Watcher {
         if (addresses.empty()) {
             throw Failure("there is no such register to watch");
         }
+        silent.clear();
         for (const RegisterInfo& info : infosOf(io, addresses)) {
             infos[info.address] = info;
+            if (!isAnnounced(info.type)) {
+                silent.push_back(info);
+            }
         }
         io.enableNotificationsRange(addresses,
-                                    [this](int address, int value) { print(address, value); });
+                                    [this](int address, int value) { hear(address, value); });
+    }
+
+    /// Who asks for certain registers must know that some of them would be silent for ever.
+    void tellOfSilence() {
+        if (silent.empty() || request.interval ||
+            (request.addresses.empty() && request.types.empty())) {
+            return;
+        }
+        std::string text = silent.size() == 1 ? "register" : "registers";
+        for (const RegisterInfo& info : silent) {
+            text += " " + std::to_string(info.address);
+        }
+        tell(text + (silent.size() == 1 ? " is" : " are") + " never announced; use --interval");
+    }
+
+    /// Prints what there is, if asked for, and learns the values that are to be compared.
+    void lookFirst() {
+        if (request.interval) {
+            wakeAfter(*request.interval);
+            nextPoll =
+                Clock::now() + std::chrono::duration_cast<Clock::duration>(*request.interval);
+        }
+        std::vector<RegisterInfo> wanted = silent;
+        if (request.initial) {
+            wanted.clear();
+            for (const auto& [address, info] : infos) {
+                wanted.push_back(info);
+            }
+        } else if (!request.interval) {
+            return;
+        }
+        look(wanted, request.initial);
+    }
+
+    /// Reads registers and prints what differs from what was seen last, or only notes it.
+    void look(const std::vector<RegisterInfo>& wanted, bool printing) {
+        const std::vector<Reading> readings = readKnown(io, wanted);
+        for (std::size_t i = 0; i < wanted.size() && !isEnough(); ++i) {
+            const int address = wanted[i].address;
+            const bool isNews = note(address, textOf(readings[i]));
+            if (!readings[i].error.empty()) {
+                if (isNews) {
+                    tell("register " + std::to_string(address) + ": " + readings[i].error);
+                }
+            } else if (isNews && printing) {
+                print(wanted[i], readings[i]);
+            }
+        }
+    }
+
+    void pollIfDue() {
+        if (!request.interval || away || Clock::now() < nextPoll || isEnough()) {
+            return;
+        }
+        try {
+            if (request.timeout) {
+                probeService(probeLimit(end), ServiceStart::REFUSED);
+            }
+            look(silent, true);
+            pollTrouble.clear();
+        } catch (const tesk::InputOutputException& e) {
+            // Once is enough: it may last.
+            if (std::exchange(pollTrouble, reasonOf(e)) != reasonOf(e)) {
+                tell(pollTrouble);
+            }
+        }
+        nextPoll = Clock::now() + std::chrono::duration_cast<Clock::duration>(*request.interval);
+    }
+
+    /// Notes what a register shows.
+    ///
+    /// @return whether that differs from what it showed last
+    bool note(int address, const std::string& text) {
+        std::string& last = shown[address];
+        return std::exchange(last, text) != text;
+    }
+
+    void hear(int address, int value) {
+        const bool isNews = note(address, std::to_string(value));
+        if (isNews || !request.changesOnly) {
+            print(infos.at(address), {value, {}});
+        }
     }
 
     /// Has the rest written. After the time is up, nobody waits for that.
@@ -174,24 +284,23 @@ class Watcher {
         tell("the service is back");
     }
 
-    void print(int address, int value) {
+    void print(const RegisterInfo& info, const Reading& reading) {
         if (isEnough()) {
             return;
         }
         const Poco::LocalDateTime now;
         const std::string time = Poco::DateTimeFormatter::format(now, "%Y-%m-%dT%H:%M:%S.%i%z");
-        const RegisterInfo& info = infos.at(address);
         if (request.json) {
             Poco::JSON::Object::Ptr object = newJsonObject();
             object->set("time", time);
-            object->set("address", address);
+            object->set("address", info.address);
             object->set("type", getTypeName(info.type));
             object->set("index", info.index);
-            object->set("value", value);
+            setReading(*object, reading);
             changes.print(lineOf(object));
         } else {
-            changes.print(time + ' ' + std::to_string(address) + ' ' + getTypeName(info.type) +
-                          ' ' + std::to_string(info.index) + ' ' + std::to_string(value));
+            changes.print(time + ' ' + std::to_string(info.address) + ' ' + getTypeName(info.type) +
+                          ' ' + std::to_string(info.index) + ' ' + textOf(reading));
         }
         ++printed;
     }
@@ -207,6 +316,10 @@ class Watcher {
     IoMapping io;
     ServiceWatch service;
     std::map<int, RegisterInfo> infos;
+    std::vector<RegisterInfo> silent;  ///< Those that are never announced.
+    std::map<int, std::string> shown;  ///< What each register showed last.
+    std::string pollTrouble;           ///< Why the last poll failed.
+    Clock::time_point nextPoll;
     Clock::time_point end;
     unsigned printed{0};
     bool away{false};
@@ -234,6 +347,14 @@ void addWatchCommand(CLI::App& app) {
         ->type_name("N")
         ->check(CLI::Range(1, 1000000000));
     command->add_option("--timeout", options->timeout, "End after this time")->type_name("SECONDS");
+    command
+        ->add_option("--interval", options->interval,
+                     "Ask for the registers that are never announced, this often")
+        ->type_name("SECONDS");
+    command->add_flag("--initial", options->initial,
+                      "Print the present values first; --count counts them, too");
+    command->add_flag("--changes", options->changesOnly,
+                      "Leave out values equal to the last one of the register");
     command->add_flag("--json", options->json, "Print one JSON object a line");
     command->callback([options] { watch(*options); });
 }

@@ -2,6 +2,7 @@
 #include "Registers.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 #include <optional>
 
@@ -169,6 +170,12 @@ std::vector<Reading> readEach(IoMapping& io, const Addresses& addresses, Catalog
 }
 
 }  // namespace
+
+bool isAnnounced(RegisterType type) {
+    constexpr std::array ANNOUNCED{RegisterType::RELAY, RegisterType::INPUT_DIGITAL,
+                                   RegisterType::PULLUP, RegisterType::CTS, RegisterType::VIRTUAL};
+    return std::find(ANNOUNCED.begin(), ANNOUNCED.end(), type) != ANNOUNCED.end();
+}
 
 std::vector<int> addressesOf(IoMapping& io, const std::vector<RegisterType>& types) {
     std::vector<int> addresses;

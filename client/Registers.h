@@ -22,6 +22,10 @@ struct Reading {
     bool unknown{false};  ///< There is no such register among others that were asked for, too.
 };
 
+/// Whether the service announces changes of registers of a type. Virtual registers that stand for
+/// others have the type of virtual ones.
+bool isAnnounced(RegisterType type);
+
 /// The addresses of all registers of some types, or of all types when none is named.
 ///
 /// @return each address once, in ascending order

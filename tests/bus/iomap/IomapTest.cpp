@@ -43,7 +43,9 @@ TEST_F(IomapTest, HelpNamesEverySubcommandAndOption) {
         {{"read"}, {"ADDR|FIRST-LAST", "--json"}},
         {{"write"}, {"ADDR=VALUE", "--json"}},
         {{"info"}, {"ADDR|FIRST-LAST", "--json"}},
-        {{"watch"}, {"ADDR|FIRST-LAST", "--type TYPE", "--count N", "--timeout SECONDS", "--json"}},
+        {{"watch"},
+         {"ADDR|FIRST-LAST", "--type TYPE", "--count N", "--timeout SECONDS", "--interval SECONDS",
+          "--initial", "--changes", "--json"}},
         {{"status"}, {"--wait SECONDS", "--json"}},
     };
     for (auto [arguments, texts] : cases) {
@@ -91,6 +93,7 @@ TEST_F(IomapTest, WhatIsNotUnderstoodIsStatus2AndOneLineEvenWithoutABus) {
         {{"watch", "--count", "x"}, "--count: Value x not in range 1 to 1000000000"},
         {{"watch", "--timeout", "-1"}, "'-1' is not a number of seconds from 0 to 1000000000"},
         {{"watch", "--timeout", "nan"}, "'nan' is not a number of seconds from 0 to 1000000000"},
+        {{"watch", "--interval", "0.01"}, "--interval is 0.1 seconds at least"},
         {{"status", "--wait", "1s"}, "'1s' is not a number of seconds from 0 to 1000000000"},
         {{"status", "1"}, "The following argument was not expected: 1"},
     };

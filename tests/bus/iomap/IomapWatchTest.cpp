@@ -12,6 +12,7 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <thread>
 
 #include "Build.h"
@@ -363,6 +364,61 @@ TEST_F(IomapWatchTest, ItEndsWhenNobodyReadsIt) {
     EXPECT_EQ(pipe.waitForExit(), 0);
     EXPECT_THAT(Process::lines(pipe.standardOutput()), SizeIs(1));
     EXPECT_EQ(pipe.standardError(), "iomap: cannot write to standard output\n");
+}
+
+TEST_F(IomapWatchTest, WhoAsksForARegisterThatIsNeverAnnouncedIsTold) {
+    startService(map);
+    const std::string told = "iomap: register 30 is never announced; use --interval\n";
+    for (const std::vector<std::string>& which :
+         {std::vector<std::string>{"30", "1"}, {"--type", "reserved"}}) {
+        std::vector<std::string> arguments{"watch", "--timeout", "0"};
+        arguments.insert(arguments.end(), which.begin(), which.end());
+        const Outcome outcome = iomap(arguments);
+        EXPECT_EQ(outcome.status, 0);
+        EXPECT_EQ(outcome.errors, told);
+    }
+    iomapDone({"watch", "--timeout", "0"});
+    iomapDone({"watch", "--timeout", "0", "1", "--type", "virtual"});
+    iomapDone({"watch", "--timeout", "0", "30", "--interval", "1"});
+}
+
+TEST_F(IomapWatchTest, WhatIsNeverAnnouncedCanBeAskedForAgainAndAgain) {
+    const std::string file = "/sys/class/thermal/thermal_zone0/temp";
+    startService(
+        mapOf({R"({"address": 40, "size": 32, "count": 1, "type": "cpu_temp"})",
+               R"({"address": 41, "size": 32, "count": 1, "type": "sensor_temp_value"})"}));
+    writeFile(file, "1000\n");
+    Process watch(commandOf({"watch", "40-41", "--interval", "0.1", "--initial"}));
+    EXPECT_THAT(watch.waitForLine(" 40 "), testing::EndsWith(" 40 cpu_temp 1 1000"));
+    EXPECT_THAT(watch.waitForLine(" 41 "), testing::EndsWith(" 41 sensor_temp_value 1 missing"));
+    writeFile(file, "2000\n");
+    EXPECT_THAT(watch.waitForLine(" 40 "), testing::EndsWith(" 40 cpu_temp 1 2000"));
+    std::filesystem::remove(file);
+    EXPECT_EQ(watch.waitForLine("iomap: "),
+              "iomap: register 40: error opening file '" + file + "' for reading");
+    writeFile(file, "2000\n");
+    EXPECT_THAT(watch.waitForLine(" 40 "), testing::EndsWith(" 40 cpu_temp 1 2000"));
+    EXPECT_EQ(end(watch).size(), 4);
+}
+
+TEST_F(IomapWatchTest, ThePresentValuesComeFirstIfAskedFor) {
+    startService(map);
+    iomapDone({"write", "1=1", "3=3"});
+    std::vector<std::string> values;
+    for (const std::string& line :
+         Process::lines(iomapDone({"watch", "1-3", "--initial", "--timeout", "0"}))) {
+        values.push_back(line.substr(line.find(' ') + 1));
+    }
+    EXPECT_THAT(values, ElementsAre("1 virtual 1 1", "2 virtual 2 0", "3 virtual 3 3"));
+}
+
+TEST_F(IomapWatchTest, EqualValuesAreLeftOutIfAskedFor) {
+    startService(map);
+    const auto watch = startWatch({"--changes"});
+    iomapDone({"write", "1=5", "1=5", "2=5", "1=6", "2=5", "1=5", "4=1"});
+    watch->waitForLine(" 4 virtual 4 1");
+    EXPECT_THAT(end(*watch), ElementsAre("1 virtual 1 5", "2 virtual 2 5", "1 virtual 1 6",
+                                         "1 virtual 1 5", "4 virtual 4 1"));
 }
 
 TEST_F(IomapWatchTest, WithoutAReaderTheOldestChangesAreLostAndCounted) {
