@@ -18,6 +18,9 @@ struct InfoIo {
     /// @throws Poco::SyntaxException what follows a key is not a number from 0 to 4294967295
     explicit InfoIo(const std::string& fileName);
 
+    /// A board without IOs. Reads nothing.
+    InfoIo() = default;
+
     std::uint32_t relays{0};         ///< Relays.
     std::uint32_t outputs{0};        ///< Digital outputs.
     std::uint32_t inputs{0};         ///< Digital inputs.

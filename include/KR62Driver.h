@@ -35,10 +35,18 @@ class [[gnu::visibility("default")]] KR62Driver : public DriverInterface {
     /// @throws tesk::NotFoundException "file %s not found": there is no board
     /// @throws Poco::SyntaxException a count of the board is not a number
     KR62Driver();
+
+    /// For a board that is not there. Reads nothing.
+    ///
+    /// @param counts how many IOs the board has
+    explicit KR62Driver(const InfoIo& counts);
     ~KR62Driver() override;
 
     /// Whether the board is there.
     static bool driverIsAvailable();
+
+    /// Whether configureIO() watches the value files of a register type.
+    static bool isWatched(RegisterType type);
 
     /// Sets the directory of the board's files. The counts stay as the board stated them.
     ///

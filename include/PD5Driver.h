@@ -29,12 +29,21 @@ class [[gnu::visibility("default")]] PD5Driver : public DriverInterface {
     /// @throws tesk::NotFoundException "file %s not found": there is no such expander
     /// @throws Poco::SyntaxException a count of the expander is not a number
     explicit PD5Driver(int index);
+
+    /// For an expander that is not there. Reads nothing.
+    ///
+    /// @param index the expander's number, 0 or more
+    /// @param counts how many IOs the expander has
+    PD5Driver(int index, const InfoIo& counts);
     ~PD5Driver() override;
 
     /// Whether the expander is there.
     ///
     /// @param index the expander's number
     static bool driverIsAvailable(int index);
+
+    /// Whether configureIO() watches the value files of a register type.
+    static bool isWatched(RegisterType type);
 
     /// Sets the directory of the expander's files. The counts stay as the expander stated them.
     ///

@@ -83,10 +83,17 @@ const std::array<std::string, 7> KR62Driver::LED_COLORS
 KR62Driver::KR62Driver()
     : DriverInterface(KR62, -1), basePath(KR62_BASE_PATH), infoIo(INFO_FILE(KR62_BASE_PATH)) {}
 
+KR62Driver::KR62Driver(const InfoIo& counts)
+    : DriverInterface(KR62, -1), basePath(KR62_BASE_PATH), infoIo(counts) {}
+
 KR62Driver::~KR62Driver() = default;
 
 bool KR62Driver::driverIsAvailable() {
     return BoardIo::directoryExists(KR62_BASE_PATH);
+}
+
+bool KR62Driver::isWatched(RegisterType type) {
+    return BoardTable::isWatched(ROWS, type);
 }
 
 void KR62Driver::setBasePath(const std::string& path) {
@@ -95,7 +102,7 @@ void KR62Driver::setBasePath(const std::string& path) {
 
 void KR62Driver::configureIO(RegisterType type, int index, std::function<void(int)> callback) {
     BoardTable::selectEdge(ROWS, type, index, basePath);
-    if (BoardTable::isWatched(ROWS, type)) {
+    if (isWatched(type)) {
         FileNotify::getInstance()->enableNotifications(getIOFileName(type, index),
                                                        std::move(callback));
     }

@@ -41,10 +41,17 @@ PD5Driver::PD5Driver(int index)
       basePath(BASE_PATH(PD5_BASE_PATH, index)),
       infoIo(INFO_FILE(PD5_BASE_PATH, index)) {}
 
+PD5Driver::PD5Driver(int index, const InfoIo& counts)
+    : DriverInterface(PD5, index), basePath(BASE_PATH(PD5_BASE_PATH, index)), infoIo(counts) {}
+
 PD5Driver::~PD5Driver() = default;
 
 bool PD5Driver::driverIsAvailable(int index) {
     return BoardIo::directoryExists(BASE_PATH(PD5_BASE_PATH, index));
+}
+
+bool PD5Driver::isWatched(RegisterType type) {
+    return BoardTable::isWatched(ROWS, type);
 }
 
 void PD5Driver::setBasePath(const std::string& path) {
@@ -53,7 +60,7 @@ void PD5Driver::setBasePath(const std::string& path) {
 
 void PD5Driver::configureIO(RegisterType type, int index, std::function<void(int)> callback) {
     BoardTable::selectEdge(ROWS, type, index, basePath);
-    if (BoardTable::isWatched(ROWS, type)) {
+    if (isWatched(type)) {
         FileNotify::getInstance()->enableNotifications(getIOFileName(type, index),
                                                        std::move(callback));
     }

@@ -11,6 +11,7 @@
 
 #include "CapturedLog.h"
 #include "LoggerNames.h"
+#include "RegisterTypes.h"
 #include "TemporaryDirectory.h"
 #include "tesk/Exceptions.h"
 
@@ -273,6 +274,31 @@ TEST_F(KR62DriverTest, ReadsFromSeveralThreadsAtOnce) {
     std::thread other(readAll);
     readAll();
     other.join();
+}
+
+TEST_F(KR62DriverTest, ABoardThatIsNotThereHasTheCountsThatAreGiven) {
+    InfoIo counts;
+    counts.relays = 3;
+    counts.inputs = 5;
+    counts.analogs = 7;
+    const KR62Driver absent(counts);
+    EXPECT_EQ(absent.getName(), "kr62");
+    EXPECT_EQ(absent.getRelaysCount(), 3);
+    EXPECT_EQ(absent.getDigitalInputsCount(), 5);
+    EXPECT_EQ(absent.getAnalogInputsCount(), 7);
+    EXPECT_EQ(absent.getIOFileName(RegisterType::RELAY, 3), "/sys/kernel/kr62/relays/3/value");
+    EXPECT_THROW(absent.getIOFileName(RegisterType::RELAY, 4), tesk::InvalidArgumentsException);
+}
+
+TEST_F(KR62DriverTest, TellsWhichTypesAreWatched) {
+    std::vector<RegisterType> watched;
+    for (const RegisterType type : allTypes()) {
+        if (KR62Driver::isWatched(type)) {
+            watched.push_back(type);
+        }
+    }
+    EXPECT_THAT(watched, testing::ElementsAre(RegisterType::RELAY, RegisterType::INPUT_DIGITAL,
+                                              RegisterType::PULLUP));
 }
 
 }  // namespace

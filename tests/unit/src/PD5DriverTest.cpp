@@ -11,6 +11,7 @@
 
 #include "CapturedLog.h"
 #include "LoggerNames.h"
+#include "RegisterTypes.h"
 #include "TemporaryDirectory.h"
 #include "tesk/Exceptions.h"
 
@@ -195,6 +196,30 @@ TEST_F(PD5DriverTest, ReadsFromSeveralThreadsAtOnce) {
     std::thread other(readAll);
     readAll();
     other.join();
+}
+
+TEST_F(PD5DriverTest, ABoardThatIsNotThereHasTheCountsThatAreGiven) {
+    InfoIo counts;
+    counts.relays = 3;
+    counts.inputs = 5;
+    counts.analogs = 7;
+    const PD5Driver absent(4, counts);
+    EXPECT_EQ(absent.getName(), "pd5-4");
+    EXPECT_EQ(absent.getRelaysCount(), 3);
+    EXPECT_EQ(absent.getDigitalInputsCount(), 5);
+    EXPECT_EQ(absent.getAnalogInputsCount(), 7);
+    EXPECT_EQ(absent.getIOFileName(RegisterType::RELAY, 3), "/sys/kernel/pd5-4/relays/3/value");
+    EXPECT_THROW(absent.getIOFileName(RegisterType::RELAY, 4), tesk::InvalidArgumentsException);
+}
+
+TEST_F(PD5DriverTest, TellsWhichTypesAreWatched) {
+    std::vector<RegisterType> watched;
+    for (const RegisterType type : allTypes()) {
+        if (PD5Driver::isWatched(type)) {
+            watched.push_back(type);
+        }
+    }
+    EXPECT_THAT(watched, testing::ElementsAre(RegisterType::RELAY, RegisterType::INPUT_DIGITAL));
 }
 
 }  // namespace
