@@ -31,6 +31,10 @@ constexpr Pattern<> COUNT_MISSING("count is missing");
 constexpr Pattern<int> COUNT_INVALID("invalid value for count: %d");
 constexpr Pattern<int> DRIVER_MISSING("driver not found or not supported on address %d");
 
+constexpr Pattern<std::string> BOARD_MISSING("driver '%s' has no usable board or chip here");
+constexpr Pattern<std::string> DRIVER_UNKNOWN(
+    "there is no driver '%s'; see whether the name is misspelt");
+
 constexpr const char* DEFAULT_DRIVER = "vadu";
 
 /// Both ends included.
@@ -40,20 +44,10 @@ struct AddressRange {
 };
 constexpr std::array<AddressRange, 2> VALID_ADDRESSES{{{1, 1300}, {60001, 60101}}};
 
-/// @param path for the message only
-Poco::JSON::Array::Ptr parseFields(std::istream& text, const std::string& path) {
-    const Poco::JSON::Object::Ptr root = tesk::jsonParse(text);
-    if (!root) {
-        throw tesk::ParseException(PARSING_FAILED(path));
+void require(const Poco::JSON::Object::Ptr& field, const char* key, const Pattern<>& reason) {
+    if (!field->has(key)) {
+        throw MapFile::FieldRefused(reason());
     }
-    if (!root->has("io_mapping")) {
-        throw tesk::ParseException("io mapping not found");
-    }
-    return root->getArray("io_mapping");
-}
-
-std::string driverName(const Poco::JSON::Object::Ptr& field) {
-    return field->has("driver") ? field->getValue<std::string>("driver") : DEFAULT_DRIVER;
 }
 
 bool hasVirtualBackup(const Poco::JSON::Object::Ptr& field) {
@@ -67,7 +61,7 @@ bool isOneOfSeveral(DriverInterface::Driver driver) {
 /// The driver that one element of "io_mapping" names; none where the element is faulty.
 std::optional<std::string> driverNameOf(const Poco::Dynamic::Var& element) {
     try {
-        return driverName(element.extract<Poco::JSON::Object::Ptr>());
+        return MapFile::readDriverName(element.extract<Poco::JSON::Object::Ptr>());
     } catch (const std::exception&) {
         return std::nullopt;
     }
@@ -102,46 +96,85 @@ Poco::JSON::Array::Ptr readFields(const std::string& path) {
     return parseFields(file, path);
 }
 
-std::optional<Field> readField(const Poco::JSON::Object::Ptr& field, DriverManager& drivers,
-                               Poco::Logger& logger) {
-    const auto refuse = [&logger](const auto& reason, const auto&... args) {
-        log(logger, Poco::Message::PRIO_ERROR, reason, args...);
-        return std::nullopt;
-    };
-    if (!field->has("address")) {
-        return refuse(ADDRESS_MISSING);
+Poco::JSON::Array::Ptr parseFields(std::istream& text, const std::string& path,
+                                   std::size_t* gaveUpAt) {
+    const Poco::JSON::Object::Ptr root = tesk::jsonParse(text, gaveUpAt);
+    if (!root) {
+        throw tesk::ParseException(PARSING_FAILED(path));
     }
+    if (!root->has("io_mapping")) {
+        throw tesk::ParseException("io mapping not found");
+    }
+    return root->getArray("io_mapping");
+}
+
+int readAddress(const Poco::JSON::Object::Ptr& field) {
+    require(field, "address", ADDRESS_MISSING);
     const int address = field->getValue<int>("address");
     if (!addressIsValid(address)) {
-        return refuse(ADDRESS_INVALID, address);
+        throw FieldRefused(ADDRESS_INVALID(address));
     }
-    if (!field->has("size")) {
-        return refuse(SIZE_MISSING);
-    }
+    return address;
+}
+
+unsigned int readSize(const Poco::JSON::Object::Ptr& field) {
+    require(field, "size", SIZE_MISSING);
     const auto size = static_cast<unsigned int>(field->getValue<int>("size"));
     if (size == 0) {
-        return refuse(SIZE_INVALID, std::size_t{size});
+        throw FieldRefused(SIZE_INVALID(std::size_t{size}));
     }
-    if (!field->has("count")) {
-        return refuse(COUNT_MISSING);
-    }
+    return size;
+}
+
+int readCount(const Poco::JSON::Object::Ptr& field) {
+    require(field, "count", COUNT_MISSING);
     const int count = field->getValue<int>("count");
     if (count == 0) {
-        return refuse(COUNT_INVALID, count);
+        throw FieldRefused(COUNT_INVALID(count));
     }
-    RegisterType type = field->has("type") ? getTypeFromName(field->getValue<std::string>("type"))
-                                           : RegisterType::VIRTUAL;
-    const std::string name = driverName(field);
-    std::shared_ptr<DriverInterface> driver;
+    return count;
+}
+
+RegisterType readType(const Poco::JSON::Object::Ptr& field) {
+    return field->has("type") ? getTypeFromName(field->getValue<std::string>("type"))
+                              : RegisterType::VIRTUAL;
+}
+
+std::string readDriverName(const Poco::JSON::Object::Ptr& field) {
+    return field->has("driver") ? field->getValue<std::string>("driver") : DEFAULT_DRIVER;
+}
+
+std::shared_ptr<DriverInterface> findDriver(const Poco::JSON::Object::Ptr& field,
+                                            const std::string& name, int address,
+                                            DriverManager& drivers) {
     try {
-        driver = drivers.getDriverByName(name);
+        return drivers.getDriverByName(name);
     } catch (const tesk::NotFoundException&) {
         if (!hasVirtualBackup(field)) {
-            return refuse(DRIVER_MISSING, address);
+            throw FieldRefused(DRIVER_MISSING(address));
         }
-        type = RegisterType::VIRTUAL;
+        return nullptr;
     }
-    return Field{address, size, count, type, name, driver};
+}
+
+std::optional<Field> readField(const Poco::JSON::Object::Ptr& field, DriverManager& drivers,
+                               Poco::Logger& logger) {
+    try {
+        Field read{};
+        read.address = readAddress(field);
+        read.size = readSize(field);
+        read.count = readCount(field);
+        read.type = readType(field);
+        read.driverName = readDriverName(field);
+        read.driver = findDriver(field, read.driverName, read.address, drivers);
+        if (!read.driver) {
+            read.type = RegisterType::VIRTUAL;
+        }
+        return read;
+    } catch (const FieldRefused& refused) {
+        writeLine(logger, Poco::Message::PRIO_ERROR, [&refused] { return refused.what(); });
+        return std::nullopt;
+    }
 }
 
 bool addressIsValid(int address) {
@@ -163,6 +196,10 @@ bool driverIsKnown(const std::string& name) {
         return isOneOfSeveral(entry.first) ? driverNumber(name, entry.second + "-").has_value()
                                            : entry.second == name;
     });
+}
+
+std::string whyVirtual(const std::string& driverName) {
+    return driverIsKnown(driverName) ? BOARD_MISSING(driverName) : DRIVER_UNKNOWN(driverName);
 }
 
 std::optional<int> driverNumber(const std::string& name, const std::string& prefix) {

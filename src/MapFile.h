@@ -5,6 +5,7 @@
 #include <Poco/JSON/Object.h>
 #include <Poco/Logger.h>
 
+#include <istream>
 #include <memory>
 #include <optional>
 #include <set>
@@ -12,6 +13,7 @@
 
 #include "DriverManager.h"
 #include "RegisterType.h"
+#include "tesk/Exceptions.h"
 
 /// The JSON file that lists the fields of registers.
 ///
@@ -43,6 +45,43 @@ std::string readingFault(const std::string& path);
 ///         "io_mapping"; or the JSON parser's words
 Poco::JSON::Array::Ptr readFields(const std::string& path);
 
+/// The same for the text of a file.
+///
+/// @param path for the message only
+/// @param gaveUpAt see tesk::jsonParse()
+/// @throws tesk::ParseException see readFields()
+Poco::JSON::Array::Ptr parseFields(std::istream& text, const std::string& path,
+                                   std::size_t* gaveUpAt = nullptr);
+
+/// A field breaks a rule of the map. The text is the error line of the log.
+class FieldRefused : public tesk::Exception {
+ public:
+    using tesk::Exception::Exception;
+};
+
+/// The rules of the keys of a field, in the order in which readField() applies them. Each reads one
+/// key.
+///
+/// @throws FieldRefused the key is missing or its value is refused
+/// @throws tesk::NotFoundException "IO type '%s' not found"
+/// @throws Poco::Exception the JSON value is of the wrong type
+/// @{
+int readAddress(const Poco::JSON::Object::Ptr& field);
+unsigned int readSize(const Poco::JSON::Object::Ptr& field);
+int readCount(const Poco::JSON::Object::Ptr& field);
+RegisterType readType(const Poco::JSON::Object::Ptr& field);
+std::string readDriverName(const Poco::JSON::Object::Ptr& field);
+/// @}
+
+/// The driver with a name; null if it is missing and the field falls back on virtual registers.
+///
+/// @param address for the message only
+/// @throws FieldRefused the driver is missing, and the field has no virtual backup
+/// @throws Poco::Exception the JSON value of the backup is of the wrong type
+std::shared_ptr<DriverInterface> findDriver(const Poco::JSON::Object::Ptr& field,
+                                            const std::string& name, int address,
+                                            DriverManager& drivers);
+
 /// Reads one field and looks its driver up.
 ///
 /// @param logger gets one line at error with the reason when the field is refused
@@ -61,6 +100,10 @@ std::string addressText(const Poco::Dynamic::Var& element);
 /// Whether the library has a driver of this name: "kr62", or "pd5-7" for one of several. Says
 /// nothing of the hardware of the driver.
 bool driverIsKnown(const std::string& name);
+
+/// Why a field whose driver is missing is virtual: the driver has no board, or there is no such
+/// driver.
+std::string whyVirtual(const std::string& driverName);
 
 /// The number N of a driver's name "PREFIX-N".
 ///

@@ -34,10 +34,7 @@ constexpr Pattern<std::string, unsigned, std::string> FAILED_IN_FIELD(
 constexpr Pattern<int> ADDRESS_DUPLICATED("address %d is duplicated");
 constexpr Pattern<int> ADDRESS_NOT_FOUND("address '%d' not found");
 constexpr Pattern<std::string> NEW_REGISTER("new register: %s");
-constexpr Pattern<std::string, std::string> BOARD_MISSING(
-    "%s: virtual, switching nothing: driver '%s' has no usable board or chip here");
-constexpr Pattern<std::string, std::string> DRIVER_UNKNOWN(
-    "%s: virtual, switching nothing: there is no driver '%s'; see whether the name is misspelt");
+constexpr Pattern<std::string, std::string> FELL_BACK("%s: virtual, switching nothing: %s");
 
 constexpr Pattern<std::string> NOTIFICATION_READ_FAILED("error reading value for notification: %s");
 constexpr Pattern<std::string> NOTIFICATION_SEND_FAILED("error sending notification: %s");
@@ -138,10 +135,8 @@ bool RegisterMap::parseField(const Poco::SharedPtr<Poco::JSON::Object>& field) {
         }
     }
     if (description->driver == nullptr && description->count > 0) {
-        const auto& reason =
-            MapFile::driverIsKnown(description->driverName) ? BOARD_MISSING : DRIVER_UNKNOWN;
-        log(logger, Poco::Message::PRIO_NOTICE, reason, addressesOf(*description),
-            description->driverName);
+        log(logger, Poco::Message::PRIO_NOTICE, FELL_BACK, addressesOf(*description),
+            MapFile::whyVirtual(description->driverName));
     }
     ioFields.push_back(
         {description->driver.get(), description->type, description->address, description->count});

@@ -6,6 +6,8 @@
 
 #include <map>
 #include <sstream>
+#include <utility>
+#include <vector>
 
 #include "tesk/Exceptions.h"
 
@@ -121,6 +123,17 @@ TEST(JsonTest, ReadsTheStreamToItsEnd) {
     std::istringstream in("{}   ");
     tesk::jsonParse(in);
     EXPECT_EQ(in.peek(), std::istringstream::traits_type::eof());
+}
+
+TEST(JsonTest, TellsTheByteAtWhichItGivesUp) {
+    const std::vector<std::pair<std::string, std::size_t>> rows{
+        {"{\"a\": 1,\n ]}", 10}, {"{\"a\" 1}", 5}, {"truth", 3}, {"", 0}};
+    for (const auto& [text, byte] : rows) {
+        std::istringstream in(text);
+        std::size_t gaveUpAt = 99;
+        EXPECT_THROW(tesk::jsonParse(in, &gaveUpAt), tesk::ParseException) << text;
+        EXPECT_EQ(gaveUpAt, byte) << text;
+    }
 }
 
 }  // namespace
