@@ -23,13 +23,22 @@ using ContextOwner =
 Options readOptions(int argc, char** argv) {
     gchar* map = nullptr;
     gchar* level = nullptr;
+    gchar* devices = nullptr;
+    gboolean check = FALSE;
+    gboolean json = FALSE;
     gboolean version = FALSE;
-    const std::array<GOptionEntry, 4> entries{{
+    const std::array<GOptionEntry, 7> entries{{
         {"map", 0, 0, G_OPTION_ARG_FILENAME, &map,
          "The map file (default: /etc/io-mapping/map.json)", "FILE"},
         {"log-level", 0, 0, G_OPTION_ARG_STRING, &level,
          "none, fatal, critical, error, warning, notice (default), information, debug or trace",
          "LEVEL"},
+        {"check", 0, 0, G_OPTION_ARG_NONE, &check,
+         "Check the map and print what is wrong with it, instead of serving it", nullptr},
+        {"devices", 0, 0, G_OPTION_ARG_STRING, &devices,
+         "With --check: check for a device with these drivers, such as kr62,pd5-1,gpiochip-0",
+         "LIST"},
+        {"json", 0, 0, G_OPTION_ARG_NONE, &json, "With --check: print one JSON array", nullptr},
         {"version", 0, 0, G_OPTION_ARG_NONE, &version, "Print the version", nullptr},
         {},
     }};
@@ -42,6 +51,7 @@ Options readOptions(int argc, char** argv) {
     const bool understood = g_option_context_parse(context.get(), &argc, &argv, &error) != FALSE;
     const StringOwner mapOwner(map);
     const StringOwner levelOwner(level);
+    const StringOwner devicesOwner(devices);
     if (!understood) {
         const ErrorOwner errorOwner(error);
         throw UsageError(error->message);
@@ -53,7 +63,15 @@ Options readOptions(int argc, char** argv) {
         std::cout << versionLine("iomappingd") << '\n';
         std::exit(EXIT_SUCCESS);
     }
+    if (check == FALSE && (devices != nullptr || json != FALSE)) {
+        throw UsageError("--devices and --json need --check");
+    }
     Options options;
+    options.check = check != FALSE;
+    options.json = json != FALSE;
+    if (devices != nullptr) {
+        options.devices = devices;
+    }
     if (map != nullptr) {
         options.mapFile = map;
     }

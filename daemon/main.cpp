@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "Check.h"
 #include "DescriptorLimit.h"
 #include "Devices.h"
 #include "MapFile.h"
@@ -76,7 +77,8 @@ int main(int argc, char** argv) {
     endOnSignals(flushLog);
     endOnUncaughtException();
     try {
-        return serve(readOptions(argc, argv));
+        const Options options = readOptions(argc, argv);
+        return options.check ? checkMap(options) : serve(options);
     } catch (const UsageError& e) {
         return reportUsageError(NAME, e.what(), journalPrefix());
     }

@@ -115,6 +115,29 @@ TEST_F(BoardsTest, AChipThatIsMissingFailsAFieldWithoutABackup) {
                             HasSubstr("Fatal server: error parsing field")));
 }
 
+TEST_F(BoardsTest, ACheckLooksAtTheBoardsAndConfiguresNothing) {
+    const std::string path = directory.file("map.json", mapOf({RELAY, INPUT, EXPANDER_RELAY}));
+    const std::string edge = "/sys/kernel/kr62/inputs/1/edge";
+    writeFile(edge, "none");
+    const auto age = std::filesystem::last_write_time(edge);
+    Outcome outcome = outcomeOf({DAEMON, "--check", "--map", path});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output + outcome.errors, "");
+    EXPECT_EQ(std::filesystem::last_write_time(edge), age);
+    EXPECT_EQ(std::filesystem::file_size(edge), 4U);
+
+    std::filesystem::remove("/sys/kernel/kr62/relays/2/value");
+    writeFile("/sys/kernel/pd5-3/info_io", "relays many\n");
+    outcome = outcomeOf({DAEMON, "--check", "--map", path});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.output,
+                HasSubstr("/map.json: warning: the board at /sys/kernel/pd5-3 is left out: "));
+    EXPECT_THAT(outcome.output, HasSubstr("error enabling notification for file "
+                                          "'/sys/kernel/kr62/relays/2/value': No such file"));
+    EXPECT_THAT(outcome.output, HasSubstr("address 21: virtual, switching nothing: "));
+    EXPECT_EQ(outcomeOf({DAEMON, "--check", "--devices", "kr62,pd5-3", "--map", path}).output, "");
+}
+
 TEST_F(BoardsTest, ABoardThatComesLaterIsUnservedAndOneThatComesBackIsNot) {
     const std::string list = directory.path() / "boards";
     const auto unserved = [&list] { return outcomeOf({UNSERVED_BOARDS, list}); };

@@ -58,6 +58,28 @@ TEST_F(CommandLineTest, WhatIsNotUnderstoodIsStatus2AndOneLine) {
     }
 }
 
+TEST_F(CommandLineTest, ACheckPrintsWhatIsWrongAndItsStatusIsTheVerdict) {
+    const std::string good = directory.file("good.json", map);
+    Outcome outcome = run({"--check", "--map", good});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output + outcome.errors, "");
+    outcome = run({"--check", "--json", "--map", good});
+    EXPECT_EQ(outcome.output, "[]\n");
+    const std::string bad =
+        directory.file("bad.json", mapOf({R"({"address": 1, "size": 8, "count": 0})"}));
+    outcome = run({"--check", "--map", bad});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.errors, "");
+    EXPECT_EQ(outcome.output,
+              bad +
+                  ":1:52: error: field io_mapping[0], address 1: invalid value for count: 0; use "
+                  "1 or more, or remove the field\n");
+    expectFailure(run({"--check", "--devices", "kr26"}), "iomappingd", 2,
+                  "there is no driver 'kr26'; see iomappingd --help");
+    expectFailure(run({"--json"}), "iomappingd", 2,
+                  "--devices and --json need --check; see iomappingd --help");
+}
+
 TEST_F(CommandLineTest, AMissingMapIsStatus1AndTellsTheRemedy) {
     const std::string line =
         "iomappingd: cannot read map file '/nowhere/map.json': No such file or directory; name "

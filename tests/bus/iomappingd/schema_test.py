@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""Holds the schema of map files, the maps of tests/maps and the service against each other.
+"""Holds the schema of map files, the maps of tests/maps, the service and its check against each other.
 
 Usage: schema_test.py [IOMAPPINGD]
 
@@ -191,6 +191,51 @@ class Service(MapTest):
             self.assertTrue(any(text in line for line in lines), f"no '{text}' in\n{printed}")
 
 
+class Check(MapTest):
+    """The check says of every map what the service says."""
+
+    program = None
+
+    def findings(self, path, status):
+        """What --check prints, as JSON. There is no bus."""
+        check = subprocess.run(
+            [self.program, "--check", "--json", "--map", path],
+            env={**os.environ, "DBUS_SYSTEM_BUS_ADDRESS": "unix:path=/nowhere"},
+            capture_output=True,
+            timeout=SECONDS,
+            check=False,
+        )
+        self.assertEqual(check.stderr, b"")
+        self.assertEqual(check.returncode, status, check.stdout)
+        return json.loads(check.stdout)
+
+    def test_finds_no_fault_in_a_map_that_the_service_serves(self):
+        self.for_each(GOOD_MAPS + TOLERATED_MAPS, self.assert_without_faults)
+
+    def test_finds_the_fault_of_a_map_that_the_service_refuses(self):
+        self.for_each(BAD_MAPS, self.assert_finds_the_fault)
+
+    def assert_without_faults(self, path):
+        for finding in self.findings(path, 0):
+            self.assertEqual(finding["severity"], "warning", finding)
+
+    def assert_finds_the_fault(self, path):
+        findings = self.findings(path, 1)
+        expected = EXPECTED["bad"][path.name]
+        first = next(f for f in findings if f["severity"] == "error")
+        self.assertIn(expected["prints"][0].replace("{map}", str(path)), first["message"])
+        if "place" in expected:
+            self.assertTrue(
+                expected["place"].startswith(f"field io_mapping[{first['field']}], "), first
+            )
+        else:
+            self.assertIsNone(first["field"])
+        lines = path.read_bytes().decode(errors="replace").split("\n")
+        for finding in findings:
+            self.assertTrue(finding["remedy"], finding)
+            self.assertLessEqual(finding["column"], len(lines[finding["line"] - 1]) + 1, finding)
+
+
 @contextlib.contextmanager
 def system_bus():
     """The bus that the environment names, or else one of our own, which it names then."""
@@ -223,7 +268,8 @@ def main(arguments):
         Service.program = os.path.abspath(arguments[0])
         if not os.access(Service.program, os.X_OK):
             sys.exit(f"schema_test.py: there is no program '{Service.program}'; build iomappingd")
-        cases.append(Service)
+        Check.program = Service.program
+        cases += [Service, Check]
     loader = unittest.defaultTestLoader
     suite = unittest.TestSuite(loader.loadTestsFromTestCase(case) for case in cases)
     with system_bus() if arguments else contextlib.nullcontext():

@@ -68,16 +68,34 @@ TEST(OptionsTest, WhatIsNotUnderstoodIsAUsageError) {
     }
 }
 
+TEST(OptionsTest, ACheckIsAskedForWithItsDevicesAndItsForm) {
+    EXPECT_FALSE(optionsOf({}).check);
+    const Options plain = optionsOf({"--check"});
+    EXPECT_TRUE(plain.check);
+    EXPECT_FALSE(plain.json);
+    EXPECT_FALSE(plain.devices.has_value());
+    const Options full = optionsOf({"--check", "--json", "--devices", "kr62,pd5-1"});
+    EXPECT_TRUE(full.json);
+    EXPECT_EQ(full.devices, "kr62,pd5-1");
+    EXPECT_EQ(optionsOf({"--check", "--devices="}).devices, "");
+    for (const std::vector<std::string>& words :
+         {std::vector<std::string>{"--json"}, {"--devices", "kr62"}}) {
+        EXPECT_THAT([&words] { optionsOf(words); },
+                    ThrowsMessage<UsageError>("--devices and --json need --check"));
+    }
+}
+
 TEST(OptionsTest, TheVersionIsPrintedAndNoMore) {
     EXPECT_EXIT(printOptionsOf({"--version"}), ExitedWithCode(0),
                 MatchesRegex("iomappingd [0-9]+\\.[0-9]+\\.[0-9]+\n"));
 }
 
 TEST(OptionsTest, TheHelpNamesEveryOption) {
-    EXPECT_EXIT(printOptionsOf({"--help"}), ExitedWithCode(0),
-                AllOf(HasSubstr("--map=FILE"), HasSubstr("/etc/io-mapping/map.json"),
-                      HasSubstr("--log-level=LEVEL"), HasSubstr("notice (default)"),
-                      HasSubstr("--version")));
+    EXPECT_EXIT(
+        printOptionsOf({"--help"}), ExitedWithCode(0),
+        AllOf(HasSubstr("--map=FILE"), HasSubstr("/etc/io-mapping/map.json"),
+              HasSubstr("--log-level=LEVEL"), HasSubstr("notice (default)"), HasSubstr("--check"),
+              HasSubstr("--devices=LIST"), HasSubstr("--json"), HasSubstr("--version")));
 }
 
 }  // namespace
