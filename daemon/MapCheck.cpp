@@ -25,9 +25,6 @@ namespace {
 const std::vector<std::string> FIELD_KEYS{"address", "size",   "count",
                                           "type",    "driver", "virtual_backup"};
 
-/// Of a larger field, the registers behind these say nothing new.
-constexpr int MOST_REGISTERS = 10000;
-
 constexpr int MOST_BITS = 32;
 
 constexpr const char* FIELDS_KEY = "io_mapping";
@@ -124,7 +121,7 @@ class MapCheck::FieldCheck {
         if (driver && *driver == nullptr) {
             tellFallback(*name, count.value_or(1));
         } else if (driver && address && count && type && usesDriver(*type)) {
-            checkIos(**driver, *type, *address, std::min(*count, MOST_REGISTERS));
+            checkIos(**driver, *type, *address, std::min(*count, MapFile::BEYOND_ALL_FAULTS));
         }
     }
 
@@ -226,6 +223,12 @@ class MapCheck::FieldCheck {
                  "the last address, " + std::to_string(mine.last) +
                      ", is beyond 1 to 1300 and 60001 to 60101",
                  "lower the count");
+        }
+        if (count >= MapFile::BEYOND_ALL_FAULTS && check.filesCount) {
+            read("count", [count](const Poco::JSON::Object::Ptr&) {
+                MapFile::requireMemoryFor(count);
+                return true;
+            });
         }
         tellShared(mine);
         check.taken.push_back(mine);
@@ -382,13 +385,13 @@ std::vector<Finding> MapCheck::check(const std::string& path) {
 }
 
 bool MapCheck::parse(const std::string& path) {
-    std::ifstream file(path);
-    if (!file.is_open()) {
+    const std::string unreadable = MapFile::readingFault(path);
+    if (!unreadable.empty()) {
         findings.push_back({true, std::nullopt, std::nullopt, "",
-                            std::string("cannot read map file: ") + std::strerror(errno),
-                            "name another one with --map"});
+                            "cannot read map file: " + unreadable, "name another one with --map"});
         return false;
     }
+    std::ifstream file(path);
     text.assign(std::istreambuf_iterator<char>(file), {});
     std::istringstream stream(text);
     const std::size_t nowhere = text.size() + 1;

@@ -31,6 +31,7 @@ constexpr std::array ROWS{
     Row{"error requesting GPIO lines", "use one field with count 1 for each line of a chip"},
     Row{"error enabling notification",
         "see whether the board is complete and the file may be read"},
+    Row{"std::bad_alloc", "lower the count: the machine has too little memory"},
     Row{"Out of range", "write a number of 32 bits"},
     Row{"Syntax error: Not a valid integer", "write the number without quotes"},
     Row{"Syntax error", "write a number of 64 bits"},

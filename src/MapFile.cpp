@@ -4,6 +4,7 @@
 #include <Poco/File.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysinfo.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +14,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <new>
 #include <sstream>
 
 #include "support/FileDescriptor.h"
@@ -34,6 +36,9 @@ constexpr Pattern<int> DRIVER_MISSING("driver not found or not supported on addr
 constexpr Pattern<std::string> BOARD_MISSING("driver '%s' has no usable board or chip here");
 constexpr Pattern<std::string> DRIVER_UNKNOWN(
     "there is no driver '%s'; see whether the name is misspelt");
+
+/// What a register takes at least, with its logger.
+constexpr unsigned long long REGISTER_MEMORY = 400;
 
 constexpr const char* DEFAULT_DRIVER = "vadu";
 
@@ -174,6 +179,15 @@ std::optional<Field> readField(const Poco::JSON::Object::Ptr& field, DriverManag
     } catch (const FieldRefused& refused) {
         writeLine(logger, Poco::Message::PRIO_ERROR, [&refused] { return refused.what(); });
         return std::nullopt;
+    }
+}
+
+void requireMemoryFor(int count) {
+    struct sysinfo machine {};
+    const auto needed = static_cast<unsigned long long>(count) * REGISTER_MEMORY;
+    if (::sysinfo(&machine) == 0 &&
+        needed / machine.mem_unit > machine.totalram + machine.totalswap) {
+        throw std::bad_alloc();
     }
 }
 

@@ -91,6 +91,15 @@ std::shared_ptr<DriverInterface> findDriver(const Poco::JSON::Object::Ptr& field
 std::optional<Field> readField(const Poco::JSON::Object::Ptr& field, DriverManager& drivers,
                                Poco::Logger& logger);
 
+/// No field can meet another one, nor the end of a board's IOs, behind so many registers.
+inline constexpr int BEYOND_ALL_FAULTS = 65536;
+
+/// Refuses a field that this machine can never hold.
+///
+/// @param count the number of its registers
+/// @throws std::bad_alloc the machine has too little memory for so many registers, used or not
+void requireMemoryFor(int count);
+
 /// Whether a field may start at an address: 1 to 1300 and 60001 to 60101.
 bool addressIsValid(int address);
 

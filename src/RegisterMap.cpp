@@ -2,14 +2,11 @@
 #include "RegisterMap.h"
 
 #include <Poco/File.h>
-#include <sys/sysinfo.h>
-
 #include <algorithm>
 #include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
-#include <new>
 #include <utility>
 
 #include "BusContract.h"
@@ -46,22 +43,6 @@ std::string addressesOf(const MapFile::Field& field) {
     return field.count == 1
                ? "address " + first
                : "addresses " + first + "-" + std::to_string(field.address + field.count - 1);
-}
-
-/// No field can meet another one, nor the end of a board's IOs, behind so many registers.
-constexpr int BEYOND_ALL_FAULTS = 65536;
-
-/// What a register takes at least, with its logger.
-constexpr unsigned long long REGISTER_MEMORY = 400;
-
-/// @throws std::bad_alloc the machine has too little memory for so many registers, used or not
-void requireMemoryFor(int count) {
-    struct sysinfo machine {};
-    const auto needed = static_cast<unsigned long long>(count) * REGISTER_MEMORY;
-    if (::sysinfo(&machine) == 0 &&
-        needed / machine.mem_unit > machine.totalram + machine.totalswap) {
-        throw std::bad_alloc();
-    }
 }
 
 }  // namespace
@@ -120,8 +101,8 @@ bool RegisterMap::parseField(const Poco::SharedPtr<Poco::JSON::Object>& field) {
         boards.add(*description->driver);
     }
     for (int index = 1; index <= description->count; ++index) {
-        if (index == BEYOND_ALL_FAULTS) {
-            requireMemoryFor(description->count);
+        if (index == MapFile::BEYOND_ALL_FAULTS) {
+            MapFile::requireMemoryFor(description->count);
         }
         const int address = description->address + (index - 1);
         if (addressExists(address)) {

@@ -205,6 +205,17 @@ TEST_F(MapCheckTest, TheFilesOfThisDeviceMustBeThere) {
             "the file is there\n");
 }
 
+TEST_F(MapCheckTest, ACountThatThisMachineCannotHoldIsAFault) {
+    DriverManager drivers;
+    addStandIns(drivers, "");
+    const std::string lines =
+        linesOf(MapCheck(drivers, true),
+                "{\"io_mapping\": [\n" + field(1, R"("count": 2147483647)") + "]}");
+    EXPECT_THAT(lines, testing::HasSubstr("M:2:36: error: field io_mapping[0], address 1: "
+                                          "std::bad_alloc; lower the count: the machine has too "
+                                          "little memory\n"));
+}
+
 TEST_F(MapCheckTest, ACountThatNobodyCanMeanTakesNoTime) {
     EXPECT_EQ(checkFields(field(1, R"("count": 2147483647, "type": "uptime")")),
               "M:2:36: warning: field io_mapping[0], address 1: the last address, 2147483647, is "
