@@ -5,14 +5,14 @@
 #include <array>
 #include <string_view>
 
+#include "ServiceError.h"
+
 namespace {
 
 constexpr std::string_view CALL_PREFIX = "Error calling method: ";
 constexpr std::string_view BUS_PREFIX = "GDBus.Error:";
 constexpr std::string_view NO_BUS = "Error initializing DBus: ";
 constexpr std::string_view TIMEOUT = "Error calling method: Timeout was reached";
-constexpr std::string_view REFUSAL =
-    "Error calling method: GDBus.Error:org.freedesktop.DBus.Error.Failed: ";
 
 /// What to say of errors whose own words do not tell the user what to do.
 struct Advice {
@@ -37,14 +37,19 @@ bool startsWith(std::string_view text, std::string_view prefix) {
     return text.substr(0, prefix.size()) == prefix;
 }
 
+bool hasCause(const std::exception& error, ServiceError::Cause cause) {
+    const auto* const failure = dynamic_cast<const ServiceError*>(&error);
+    return failure != nullptr && failure->getCause() == cause;
+}
+
 }  // namespace
 
 bool isRefusal(const std::exception& error) {
-    return startsWith(error.what(), REFUSAL);
+    return hasCause(error, ServiceError::Cause::REFUSED);
 }
 
 bool isTimeout(const std::exception& error) {
-    return startsWith(error.what(), TIMEOUT);
+    return hasCause(error, ServiceError::Cause::TIMED_OUT);
 }
 
 std::string reasonOf(const std::exception& error) {

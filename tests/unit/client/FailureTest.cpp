@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "ServiceError.h"
 #include "tesk/Exceptions.h"
 
 namespace {
@@ -14,8 +15,11 @@ std::string reason(const std::string& text) {
     return reasonOf(tesk::InputOutputException(text));
 }
 
-bool refusal(const std::string& text) {
-    return isRefusal(tesk::InputOutputException(text));
+using Cause = ServiceError::Cause;
+
+/// An error of the class IoMapping, in a language that the client does not know.
+ServiceError failure(Cause cause) {
+    return {"Fehler", cause, "org.example.Name"};
 }
 
 TEST(FailureTest, ARefusalIsToldInTheWordsOfTheService) {
@@ -55,11 +59,19 @@ TEST(FailureTest, OtherWordsAreToldAsTheyAre) {
 }
 
 TEST(FailureTest, OnlyTheAnswerOfTheServiceIsARefusal) {
-    EXPECT_TRUE(refusal(REMOTE + "Failed: address '99' not found"));
-    EXPECT_FALSE(refusal(REMOTE + "ServiceUnknown: The name was not provided"));
-    EXPECT_FALSE(refusal(REMOTE + "NoReply: Message recipient disconnected"));
-    EXPECT_FALSE(refusal(CALL + "Timeout was reached"));
-    EXPECT_FALSE(refusal("Error initializing DBus: Could not connect"));
+    EXPECT_TRUE(isRefusal(failure(Cause::REFUSED)));
+    for (const Cause cause : {Cause::NO_SERVICE, Cause::NO_REPLY, Cause::TIMED_OUT,
+                              Cause::ACCESS_DENIED, Cause::LIMITS_EXCEEDED, Cause::NO_BUS}) {
+        EXPECT_FALSE(isRefusal(failure(cause))) << static_cast<int>(cause);
+    }
+    EXPECT_FALSE(isRefusal(std::runtime_error(REMOTE + "Failed: of somebody else")));
+}
+
+TEST(FailureTest, OnlyAServiceThatDoesNotAnswerInTimeIsATimeout) {
+    EXPECT_TRUE(isTimeout(failure(Cause::TIMED_OUT)));
+    EXPECT_FALSE(isTimeout(failure(Cause::NO_REPLY)));
+    EXPECT_FALSE(isTimeout(failure(Cause::REFUSED)));
+    EXPECT_FALSE(isTimeout(std::runtime_error(CALL + "Timeout was reached")));
 }
 
 }  // namespace
