@@ -6,10 +6,12 @@
 
 FileRegister::FileRegister(int registerAddress, RegisterType registerType, int registerIndex,
                            unsigned int size, const std::shared_ptr<DriverInterface>& ioDriver,
-                           const std::function<void(Register*)>& changeCallback)
+                           const std::function<void(Register*)>& changeCallback,
+                           FileRegister* earlier)
     : Register(registerAddress, registerType, registerIndex, size, {}),
       driver(ioDriver),
-      fileName(driver->getIOFileName(registerType, registerIndex)) {
+      fileName(driver->getIOFileName(registerType, registerIndex)),
+      earlierRegister(earlier) {
     driver->configureIO(registerType, registerIndex,
                         [this, changeCallback](int /*key*/) { changeCallback(this); });
 }

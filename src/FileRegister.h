@@ -20,11 +20,13 @@ class FileRegister : public Register {
     /// @param ioDriver the driver that serves this IO
     /// @param changeCallback called with this register when the driver reports a change; the call
     ///        throws `std::bad_function_call` if it is empty
+    /// @param earlier the register that was made on the same file before, if any; outlives this one
     /// @throws tesk::InvalidArgumentsException the driver has no IO with this index
     /// @throws tesk::UnsupportedException the driver does not serve this type
     FileRegister(int registerAddress, RegisterType registerType, int registerIndex,
                  unsigned int size, const std::shared_ptr<DriverInterface>& ioDriver,
-                 const std::function<void(Register*)>& changeCallback);
+                 const std::function<void(Register*)>& changeCallback,
+                 FileRegister* earlier = nullptr);
     ~FileRegister() override;
 
     /// Reads the file and lets the driver convert its number. An attribute in sysfs may stay open
@@ -43,8 +45,12 @@ class FileRegister : public Register {
     /// @throws tesk::InputOutputException "error opening file '%s' for writing"
     void writeValue(int newValue) override;
 
+    /// The register that was made on the same file before; null for the first.
+    FileRegister* earlierOnFile() const { return earlierRegister; }
+
  private:
     std::shared_ptr<DriverInterface> driver;
     std::string fileName;
     KeptFile keptFile;
+    FileRegister* earlierRegister;
 };

@@ -137,67 +137,45 @@ std::shared_ptr<Register> RegisterMap::createRegister(const MapFile::Field& fiel
         return std::make_shared<GpioRegister>(address, field.type, index, field.size, field.driver,
                                               onChange);
     }
-    return std::make_shared<FileRegister>(address, field.type, index, field.size, field.driver,
-                                          fileChangeCallback(field, index));
-}
-
-/// The notifier keeps one callback for each file: that of the register that was created last. This
-/// callback speaks for the registers before it, too.
-std::function<void(Register*)> RegisterMap::fileChangeCallback(const MapFile::Field& field,
-                                                               int index) {
-    auto earlier = registersOnIo(field.driver.get(), field.type, index, ioFields.size());
-    if (earlier.empty()) {
-        return [this](Register* reg) { createNotification(reg); };
-    }
-    return [this, earlier = std::move(earlier)](Register* reg) {
-        for (Register* const other : earlier) {
-            createNotification(other);
-        }
-        createNotification(reg);
+    const auto onFileChange = [this](Register* reg) {
+        announceFile(static_cast<FileRegister&>(*reg));
     };
+    return std::make_shared<FileRegister>(address, field.type, index, field.size, field.driver,
+                                          onFileChange, latestOnIo(field, index));
 }
 
-/// @param fieldCount how many of the fields, in the order of the map file, are looked at
-std::vector<Register*> RegisterMap::registersOnIo(const DriverInterface* driver, RegisterType type,
-                                                  int index, std::size_t fieldCount) const {
-    std::vector<Register*> found;
-    for (std::size_t i = 0; i < fieldCount; ++i) {
-        const IoField& known = ioFields[i];
-        if (known.driver == driver && known.type == type && index <= known.count) {
-            found.push_back(placeOf(known.address + index - 1)->get());
-        }
+/// @return null when there is no register on this IO yet
+FileRegister* RegisterMap::latestOnIo(const MapFile::Field& field, int index) const {
+    const auto known = std::find_if(ioFields.rbegin(), ioFields.rend(), [&](const IoField& f) {
+        return f.driver == field.driver.get() && f.type == field.type && index <= f.count;
+    });
+    return known != ioFields.rend()
+               ? static_cast<FileRegister*>(placeOf(known->address + index - 1)->get())
+               : nullptr;
+}
+
+/// The notifier keeps one callback for each file: that of the register that was made last. It
+/// speaks for the registers before it, too.
+void RegisterMap::announceFile(FileRegister& reg) {
+    if (reg.earlierOnFile() != nullptr) {
+        announceFile(*reg.earlierOnFile());
     }
-    return found;
+    createNotification(&reg);
 }
 
 /// Configures the registers on the value files at and below a path once more, as at the start.
 void RegisterMap::configureFiles(DriverInterface& driver, const std::string& path) {
-    for (std::size_t field = 0; field < ioFields.size(); ++field) {
-        const auto [owner, type, address, count] = ioFields[field];
+    for (const auto& [owner, type, address, count] : ioFields) {
         if (owner != &driver || type == RegisterType::VIRTUAL || type == RegisterType::RESERVED) {
             continue;
         }
         for (int index = 1; index <= count; ++index) {
             if (isAtOrBelow(driver.getIOFileName(type, index), path)) {
-                configureAgain(field, index);
+                auto& reg = static_cast<FileRegister&>(**placeOf(address + index - 1));
+                driver.configureIO(type, index, [this, &reg](int /*key*/) { announceFile(reg); });
             }
         }
     }
-}
-
-void RegisterMap::configureAgain(std::size_t field, int index) {
-    const IoField& io = ioFields[field];
-    auto onFile = registersOnIo(io.driver, io.type, index, field + 1);
-    if (onFile.size() == 1) {
-        io.driver->configureIO(
-            io.type, index, [this, reg = onFile.front()](int /*key*/) { createNotification(reg); });
-        return;
-    }
-    io.driver->configureIO(io.type, index, [this, onFile = std::move(onFile)](int /*key*/) {
-        for (Register* const reg : onFile) {
-            createNotification(reg);
-        }
-    });
 }
 
 void RegisterMap::addRegisterAndSorter(const std::shared_ptr<Register>& reg) {

@@ -13,6 +13,7 @@
 #include "DriverManager.h"
 #include "Register.h"
 
+class FileRegister;
 namespace Poco::JSON {
 class Object;
 }
@@ -107,11 +108,9 @@ class RegisterMap : public DBusObject {
     };
 
     std::shared_ptr<Register> createRegister(const MapFile::Field& field, int address, int index);
-    std::function<void(Register*)> fileChangeCallback(const MapFile::Field& field, int index);
-    std::vector<Register*> registersOnIo(const DriverInterface* driver, RegisterType type,
-                                         int index, std::size_t fieldCount) const;
+    FileRegister* latestOnIo(const MapFile::Field& field, int index) const;
+    void announceFile(FileRegister& reg);
     void configureFiles(DriverInterface& driver, const std::string& path);
-    void configureAgain(std::size_t field, int index);
     Registers::const_iterator find(int address) const;
     Registers::const_iterator lowerBound(int address) const;
 

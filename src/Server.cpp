@@ -2,6 +2,7 @@
 #include "Server.h"
 
 #include <gio/gio.h>
+#include <malloc.h>
 
 #include <cassert>
 #include <cstdlib>
@@ -74,6 +75,8 @@ void Server::dbusOnBusAcquired(GDBusConnection* connection, const char* /*name*/
         obj->registerMap =
             std::make_unique<RegisterMap>(connection, obj->mapPath, obj->driverManager);
         obj->registerMap->parse();
+        // The document of a large map takes more memory than its registers.
+        ::malloc_trim(0);
     } catch (const std::exception& e) {
         log(obj->logger, Poco::Message::PRIO_FATAL, MAP_NOT_LOADED, exceptionText(e));
         endProcess(EXIT_FAILURE);
