@@ -216,8 +216,8 @@ class MapCheck::FieldCheck {
                  "use 1 or more, or remove the field");
             return;
         }
-        const Addresses mine{number, address, long{address} + count - 1};
-        constexpr long LAST_OF_ALL = 60101;
+        const Addresses mine{number, address, std::int64_t{address} + count - 1};
+        constexpr std::int64_t LAST_OF_ALL = 60101;
         if (mine.last > LAST_OF_ALL || !MapFile::addressIsValid(static_cast<int>(mine.last))) {
             warn("count",
                  "the last address, " + std::to_string(mine.last) +

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -31,8 +32,8 @@ class MapCheck {
     /// The addresses of the registers of one field.
     struct Addresses {
         std::size_t field;
-        long first;
-        long last;
+        std::int64_t first;
+        std::int64_t last;
     };
 
     bool parse(const std::string& path);

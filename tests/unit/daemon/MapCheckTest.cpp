@@ -54,7 +54,7 @@ TEST_F(MapCheckTest, AGoodMapHasNoFindings) {
 
 TEST_F(MapCheckTest, EveryFaultOfEveryFieldIsTold) {
     EXPECT_EQ(checkFields("{\"address\": 0,\n \"size\": 0, \"count\": 0, \"type\": \"relais\",\n"
-                          " \"driver\": \"kr26\"},\n 7,\n{}"),
+                          " \"driver\": \"kr26\"},\n null,\n{}"),
               "M:2:13: error: field io_mapping[0], address 0: not valid address: 0; use 1 to 1300 "
               "or 60001 to 60101\n"
               "M:3:10: error: field io_mapping[0], address 0: invalid value for size: 0; use 1 to "
@@ -65,9 +65,8 @@ TEST_F(MapCheckTest, EveryFaultOfEveryFieldIsTold) {
               "\"relay\"\n"
               "M:4:12: error: field io_mapping[0], address 0: driver not found or not supported on "
               "address 0; write \"kr62\"\n"
-              "M:5:2: error: field io_mapping[1], address none: Bad cast exception: Can not "
-              "convert l to N4Poco9SharedPtrINS_4JSON6ObjectENS_16ReferenceCounterENS_13"
-              "ReleasePolicyIS2_EEEE.; write the field in braces\n"
+              "M:5:2: error: field io_mapping[1], address none: Invalid access: Can not extract "
+              "empty value.; remove the element, or write a field in braces\n"
               "M:6:1: error: field io_mapping[2], address none: address is missing; add "
               "\"address\", or correct the misspelt key\n"
               "M:6:1: error: field io_mapping[2], address none: size is missing; add \"size\", or "
