@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -24,10 +25,12 @@ std::optional<std::string> readBoundedFile(const std::string& path, std::size_t 
     if (!file) {
         return fail(std::strerror(errno));
     }
-    std::string text(most + 1, '\0');
+    // A file may grow while it is read, and only the file tells where it ends.
+    const auto expected = static_cast<std::size_t>(status.st_size);
+    std::string text(std::min(expected, most) + 1, '\0');
     file.read(text.data(), static_cast<std::streamsize>(text.size()));
     text.resize(static_cast<std::size_t>(file.gcount()));
-    if (text.size() > most) {
+    if (expected > most || text.size() > most) {
         return fail("the file is longer than " + std::to_string(most) + " bytes");
     }
     return text;

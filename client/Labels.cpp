@@ -8,15 +8,13 @@
 #include <sys/stat.h>
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <cmath>
-#include <cstring>
-#include <fstream>
 #include <set>
 #include <sstream>
 #include <string_view>
 
+#include "BoundedFile.h"
 #include "Failure.h"
 #include "tesk/Exceptions.h"
 #include "tesk/Json.h"
@@ -213,34 +211,9 @@ class Reader {
     }
 };
 
-/// @return nothing if the file is missing
-std::optional<std::string> contentsOf(const std::string& path) {
-    const auto fail = [&path](const std::string& reason) -> std::optional<std::string> {
-        throw Failure("cannot read '" + path + "': " + reason);
-    };
-    struct stat status {};
-    if (::stat(path.c_str(), &status) != 0) {
-        return errno == ENOENT ? std::nullopt : fail(std::strerror(errno));
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return fail("this is not a regular file");
-    }
-    std::ifstream file(path);
-    if (!file) {
-        return fail(std::strerror(errno));
-    }
-    std::string text(MOST_TEXT + 1, '\0');
-    file.read(text.data(), static_cast<std::streamsize>(text.size()));
-    text.resize(static_cast<std::size_t>(file.gcount()));
-    if (text.size() > MOST_TEXT) {
-        return fail("the file is longer than 4 MiB");
-    }
-    return text;
-}
-
 Reader readFile(const std::string& path) {
     Reader reader;
-    if (const auto text = contentsOf(path)) {
+    if (const auto text = readBoundedFile(path, MOST_TEXT)) {
         reader.readDocument(*text);
     }
     return reader;

@@ -57,15 +57,11 @@ int serve(const Options& options) {
         return reportUnreadableMap(options.mapFile, fault);
     }
     raiseDescriptorLimit();
-    try {
-        DriverManager drivers;
-        listServedBoards(addDrivers(drivers, options.mapFile));
-        Server server(options.mapFile, drivers);
-        const ServiceManager manager(server);
-        server.run();
-    } catch (const std::exception& e) {
-        return reportFailure("cannot start: " + exceptionText(e));
-    }
+    DriverManager drivers;
+    listServedBoards(addDrivers(drivers, options.mapFile));
+    Server server(options.mapFile, drivers);
+    const ServiceManager manager(server);
+    server.run();
     return EXIT_FAILURE;
 }
 
@@ -81,5 +77,7 @@ int main(int argc, char** argv) {
         return options.check ? checkMap(options) : serve(options);
     } catch (const UsageError& e) {
         return reportUsageError(NAME, e.what(), journalPrefix());
+    } catch (const std::exception& e) {
+        return reportFailure("cannot start: " + exceptionText(e));
     }
 }

@@ -40,9 +40,9 @@ constexpr Pattern<int, int> NOTIFICATION_SENT("notification sent with value %d f
 /// The addresses of a field with registers, "address 4" or "addresses 4-11".
 std::string addressesOf(const MapFile::Field& field) {
     const std::string first = std::to_string(field.address);
-    return field.count == 1
-               ? "address " + first
-               : "addresses " + first + "-" + std::to_string(field.address + field.count - 1);
+    return field.count == 1 ? "address " + first
+                            : "addresses " + first + "-" +
+                                  std::to_string(std::int64_t{field.address} + field.count - 1);
 }
 
 }  // namespace

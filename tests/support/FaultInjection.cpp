@@ -24,6 +24,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <new>
 
 namespace {
@@ -164,6 +165,17 @@ int poll(pollfd* set, nfds_t count, int timeout) {
                                return fault().isOn(p.fd);
                            });
     return isDueHere && isDue() ? -1 : real(set, count, timeout);
+}
+
+/// The fault "clock" is a clock of the day beyond what 32 bits hold, as a processor of 32 bits
+/// gives it.
+int clock_gettime(clockid_t clock, timespec* time) noexcept {
+    static const auto real = next<int (*)(clockid_t, timespec*)>("clock_gettime");
+    const int result = real(clock, time);
+    if (result == 0 && clock == CLOCK_REALTIME && fails("clock", "")) {
+        time->tv_sec = static_cast<time_t>(static_cast<std::int32_t>(0x80000000));
+    }
+    return result;
 }
 
 int pipe(int* ends) noexcept {

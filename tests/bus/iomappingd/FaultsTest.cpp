@@ -76,6 +76,7 @@ constexpr Fault FAULTS[]{
     {"PollIsInterrupted", "poll", "inotify", EINTR, 2, 5, Outcome::SERVES, ""},
     {"PollHasNoMemory", "poll", "inotify", ENOMEM, 3, 1, Outcome::ENDS, "poll: Cannot allocate"},
     {"EventDescriptorIsNotThere", "eventfd", "-", ENOSYS, 1, ALWAYS, Outcome::SERVES, ""},
+    {"ClockIsBeyond32Bits", "clock", "-", 0, 1, ALWAYS, Outcome::SERVES, ""},
     {"BusIsNotHeard", "recvmsg", "socket", EIO, 12, ALWAYS, Outcome::ENDS,
      "the system bus has closed the connection"},
 };

@@ -168,7 +168,7 @@ TEST_F(LabelsTest, AFileThatCannotBeReadIsRefused) {
 
 TEST_F(LabelsTest, AFileThatIsTooLongIsRefused) {
     file(std::string(4 * 1024 * 1024 + 1, ' '));
-    EXPECT_EQ(refusal(), "cannot read '" + path + "': the file is longer than 4 MiB");
+    EXPECT_EQ(refusal(), "cannot read '" + path + "': the file is longer than 4194304 bytes");
 }
 
 }  // namespace
