@@ -1,17 +1,23 @@
 // SPDX-License-Identifier: MIT
 //
-// bare-service NAME INTROSPECTION_XML OBJECT_PATH VALUE_FILE [silent]: the least that a GDBus
-// service of the register interface must do, to measure the real one against. It answers from an
-// array, reads the value file for the addresses that have one, checks nothing and logs nothing.
+// bare-service NAME INTROSPECTION_XML OBJECT_PATH VALUE_FILE [silent|board|kept]: the least that a
+// GDBus service of the register interface must do, to measure the real one against. It answers from
+// an array, reads the value file for the addresses that have one, checks nothing and logs nothing.
 // When told to be silent it also leaves out the signal that the interface promises after a write.
+// VALUE_FILE may have a %d for the number of the file: each address then has a file of its own
+// ("board"), which may also stay open from one read to the next ("kept").
 #include <fcntl.h>
 #include <gio/gio.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <array>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "Layout.h"
 #include "support/FileDescriptor.h"
@@ -30,6 +36,10 @@ std::array<Cell, REGISTER_COUNT> cells;
 const char* objectPath;
 const char* valueFile;
 bool silent;
+/// By address, where each has a file of its own.
+std::vector<std::string> boardFiles;
+/// The same, open, where they stay open.
+std::vector<FileDescriptor> keptFiles;
 
 void fillCells() {
     constexpr gint32 CPU_TEMP = 13;
@@ -47,16 +57,46 @@ Cell& cellAt(gint32 address) {
     return cells[static_cast<unsigned>(placeOf(address))];
 }
 
-gint32 readFileValue() {
-    std::array<char, 64> text;
-    const FileDescriptor file(open(valueFile, O_RDONLY | O_CLOEXEC));
-    const ssize_t got = read(file.get(), text.data(), text.size() - 1);
-    text[static_cast<std::size_t>(got)] = '\0';
+gint32 valueIn(std::array<char, 64>& text, ssize_t length) {
+    text[static_cast<std::size_t>(length)] = '\0';
     return std::atoi(text.data());
 }
 
+gint32 readFileValue(const char* path) {
+    std::array<char, 64> text;
+    const FileDescriptor file(open(path, O_RDONLY | O_CLOEXEC));
+    return valueIn(text, read(file.get(), text.data(), text.size() - 1));
+}
+
+gint32 readKeptValue(const FileDescriptor& file) {
+    std::array<char, 64> text;
+    return valueIn(text, pread(file.get(), text.data(), text.size() - 1, 0));
+}
+
 gint32 readValue(gint32 address) {
-    return address < VIRTUAL_FIRST ? readFileValue() : cellAt(address).value;
+    const auto place = static_cast<std::size_t>(address);
+    if (address >= VIRTUAL_FIRST) {
+        return cellAt(address).value;
+    }
+    if (!keptFiles.empty()) {
+        return readKeptValue(keptFiles[place]);
+    }
+    return readFileValue(boardFiles.empty() ? valueFile : boardFiles[place].c_str());
+}
+
+/// Names the files of the addresses, and opens those that stay open.
+void prepareBoard(bool kept) {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    for (int number = 0; number < VIRTUAL_FIRST; ++number) {
+        std::string path = valueFile;
+        boardFiles.push_back(path.replace(path.find("%d"), 2, std::to_string(number)));
+        if (kept) {
+            keptFiles.emplace_back(open(boardFiles.back().c_str(), O_RDONLY | O_CLOEXEC));
+        }
+    }
 }
 
 GVariant* intArray(const gint32* numbers, gsize count) {
@@ -135,12 +175,18 @@ void onBusAcquired(GDBusConnection* connection, const gchar* /*name*/, gpointer 
 
 int main(int argc, char** argv) {
     if (argc < 5) {
-        g_printerr("usage: bare-service NAME INTROSPECTION_XML OBJECT_PATH VALUE_FILE [silent]\n");
+        g_printerr(
+            "usage: bare-service NAME INTROSPECTION_XML OBJECT_PATH VALUE_FILE "
+            "[silent|board|kept]\n");
         return 2;
     }
     objectPath = argv[3];
     valueFile = argv[4];
-    silent = argc > 5;
+    const std::string_view mode = argc > 5 ? argv[5] : "";
+    silent = mode == "silent";
+    if (mode == "board" || mode == "kept") {
+        prepareBoard(mode == "kept");
+    }
     fillCells();
     g_bus_own_name(
         G_BUS_TYPE_SYSTEM, argv[1], G_BUS_NAME_OWNER_FLAGS_NONE, onBusAcquired, nullptr,

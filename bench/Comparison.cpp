@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <iterator>
 
@@ -41,7 +42,23 @@ Estimate estimatePairs(const std::vector<double>& service, const std::vector<dou
     return estimate(std::move(results));
 }
 
+constexpr const char* ROUNDS_VARIABLE = "IO_MAPPING_BENCH_ROUNDS";
+
+bool isForPrograms() {
+    return std::getenv(ROUNDS_VARIABLE) != nullptr;
+}
+
 }  // namespace
+
+int roundsToTake(int usual) {
+    return isForPrograms() ? std::atoi(std::getenv(ROUNDS_VARIABLE)) : usual;
+}
+
+double percentile99(std::vector<double> numbers) {
+    const auto place = numbers.begin() + static_cast<std::ptrdiff_t>(numbers.size() * 99 / 100);
+    std::nth_element(numbers.begin(), place, numbers.end());
+    return *place;
+}
 
 double median(std::vector<double> numbers) {
     const auto middle = numbers.begin() + static_cast<std::ptrdiff_t>(numbers.size() / 2);
@@ -57,6 +74,9 @@ Comparison::Comparison(const std::string& whatIsMeasured, const std::string& uni
     : what(whatIsMeasured), unit(unitOfSamples), target(targetToMeet) {}
 
 void Comparison::printHeading() {
+    if (isForPrograms()) {
+        return;
+    }
     std::printf(
         "All processes share one core. A sample of a call is the median of 5 to 20 calls in\n"
         "a row. Both sides take samples in turns; the columns give their medians, and the median\n"
@@ -70,7 +90,18 @@ void Comparison::printHeading() {
         "", "bare", "service", "ratio (95 % interval)", "target", "pairs");
 }
 
+void Comparison::printForPrograms() const {
+    std::printf("%s\t%s\t%.6g\t%.6g\t%.6g\t%.6g\n", what.c_str(), unit.c_str(), median(bareSamples),
+                median(serviceSamples),
+                estimatePairs(serviceSamples, bareSamples, std::divides<>()).middle,
+                estimatePairs(serviceSamples, bareSamples, std::minus<>()).middle);
+}
+
 void Comparison::print() const {
+    if (isForPrograms()) {
+        printForPrograms();
+        return;
+    }
     const Estimate ratio = estimatePairs(serviceSamples, bareSamples, std::divides<>());
     std::printf("%-46s %12s %12s   %.3f (%.3f-%.3f)   %-16s %5zu\n", what.c_str(),
                 withUnit(median(bareSamples)).c_str(), withUnit(median(serviceSamples)).c_str(),

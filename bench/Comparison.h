@@ -8,6 +8,13 @@
 /// The middle of some numbers; at least one.
 double median(std::vector<double> numbers);
 
+/// The number that 99 of 100 of some numbers do not exceed; at least one.
+double percentile99(std::vector<double> numbers);
+
+/// How many rounds a benchmark takes: the number in the environment variable
+/// IO_MAPPING_BENCH_ROUNDS, or else `usual`.
+int roundsToTake(int usual);
+
 /// How long something takes, in microseconds.
 template <typename Action>
 double timeOf(const Action& action) {
@@ -58,9 +65,13 @@ class Comparison {
     }
 
     static void printHeading();
+    /// Prints a line of the table. Where the environment variable IO_MAPPING_BENCH_ROUNDS is set,
+    /// the line is for programs: what is measured, its unit, the medians of both sides, of the
+    /// ratios and of the differences, with a tabulator between each.
     void print() const;
 
  private:
+    void printForPrograms() const;
     std::string withUnit(double number) const;
     std::string verdict() const;
 

@@ -9,6 +9,7 @@
 #include <iostream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 /// Keeps this process, and those that it starts from now on, on the core where it runs.
 inline void stayOnOneCore() {
@@ -18,6 +19,15 @@ inline void stayOnOneCore() {
     if (sched_setaffinity(0, sizeof core, &core) != 0) {
         throw std::runtime_error(std::string("cannot stay on one core: ") + std::strerror(errno));
     }
+}
+
+/// The command of the service that is measured: the one in the directory that the environment
+/// variable IO_MAPPING_BENCH_SERVICE names, or else the one of this build.
+inline std::vector<std::string> measuredService(const std::string& ofThisBuild,
+                                                const std::string& mapFile) {
+    const char* const directory = std::getenv("IO_MAPPING_BENCH_SERVICE");
+    return {directory != nullptr ? std::string(directory) + "/iomappingd" : ofThisBuild, "--map",
+            mapFile};
 }
 
 /// Runs a benchmark, which may put files below /sys, on one core.
