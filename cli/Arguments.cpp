@@ -47,17 +47,27 @@ RegisterType parseType(const std::string& name) {
     }
 }
 
+/// The end of a message about a text that is no address.
+std::string orAName(const Labels& labels) {
+    return labels.all().empty() ? "" : ", nor the name of a register in '" + Labels::file() + "'";
+}
+
 }  // namespace
 
-std::vector<int> parseAddresses(const std::vector<std::string>& texts) {
+std::vector<int> parseAddresses(const std::vector<std::string>& texts, const Labels& labels) {
     std::vector<int> addresses;
     for (const std::string& text : texts) {
+        if (const auto named = labels.addressOf(text)) {
+            addresses.push_back(*named);
+            continue;
+        }
         const auto dash = text.find('-');
         const auto first = parseAddress(text.substr(0, dash));
         const auto last = dash == std::string::npos ? first : parseAddress(text.substr(dash + 1));
         // The map has no more addresses than this.
         if (!first || !last || *last < *first || *last - *first > 0xFFFF) {
-            throw UsageError("'" + text + "' is neither an address nor a range FIRST-LAST");
+            throw UsageError("'" + text + "' is neither an address nor a range FIRST-LAST" +
+                             orAName(labels));
         }
         for (std::int64_t address = *first; address <= *last; ++address) {
             addresses.push_back(static_cast<int>(address));
@@ -66,20 +76,33 @@ std::vector<int> parseAddresses(const std::vector<std::string>& texts) {
     return addresses;
 }
 
-Assignment parseAssignment(const std::string& text) {
+NamedAssignment splitAssignment(const std::string& text, const Labels& labels) {
     const auto equals = text.find('=');
     if (equals == std::string::npos) {
         throw UsageError("'" + text + "' is not of the form ADDR=VALUE");
     }
-    const auto address = parseAddress(text.substr(0, equals));
-    const auto value = parseNumber(text.substr(equals + 1), -INT_LIMIT - 1, VALUE_LIMIT);
-    if (!address) {
-        throw UsageError("'" + text + "' does not start with an address");
+    const std::string target = text.substr(0, equals);
+    const std::string value = text.substr(equals + 1);
+    if (const auto named = labels.addressOf(target)) {
+        return {*named, value, true};
     }
+    const auto address = parseAddress(target);
+    if (!address) {
+        throw UsageError("'" + text + "' does not start with an address" + orAName(labels));
+    }
+    return {static_cast<int>(*address), value, false};
+}
+
+Assignment rawAssignment(const NamedAssignment& assignment, const std::string& text) {
+    const auto value = parseNumber(assignment.value, -INT_LIMIT - 1, VALUE_LIMIT);
     if (!value) {
         throw UsageError("'" + text + "' has no value from -2147483648 to 4294967295");
     }
-    return {static_cast<int>(*address), static_cast<int>(*value)};
+    return {assignment.address, static_cast<int>(*value)};
+}
+
+Assignment parseAssignment(const std::string& text) {
+    return rawAssignment(splitAssignment(text, {}), text);
 }
 
 std::vector<RegisterType> parseTypes(const std::vector<std::string>& names) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "RegisterType.h"
+#include "client/Labels.h"
 
 /// A register and the value to write to it.
 struct Assignment {
@@ -16,15 +17,33 @@ struct Assignment {
     int value;
 };
 
-/// Addresses from texts of the form "12" or "12-15", in the order given.
-///
-/// @throws UsageError a text has another form
-std::vector<int> parseAddresses(const std::vector<std::string>& texts);
+/// An assignment as the user has written it.
+struct NamedAssignment {
+    int address;
+    std::string value;  ///< For Label::rawOf(), or a raw value, as `isByName` tells.
+    bool isByName;      ///< Whether the register was named, not given by its address.
+};
 
-/// An assignment "12=1". Values from -2147483648 to 4294967295 are taken; those above 2147483647
-/// are the bit patterns of negative ones.
+/// Addresses from texts of the form "12", "12-15", or the name of a register, in the order given.
 ///
-/// @throws UsageError the text has another form
+/// @throws UsageError a text has another form, or no register has the name
+std::vector<int> parseAddresses(const std::vector<std::string>& texts, const Labels& labels = {});
+
+/// The two sides of an assignment "12=1" or "door=open".
+///
+/// @throws UsageError the text has another form, or no register has the name
+NamedAssignment splitAssignment(const std::string& text, const Labels& labels);
+
+/// An assignment of a raw value. Values from -2147483648 to 4294967295 are taken; those above
+/// 2147483647 are the bit patterns of negative ones.
+///
+/// @param text the whole assignment, for the message
+/// @throws UsageError the value has another form
+Assignment rawAssignment(const NamedAssignment& assignment, const std::string& text);
+
+/// An assignment "12=1" of a raw value to an address.
+///
+/// @throws UsageError as splitAssignment() and rawAssignment()
 Assignment parseAssignment(const std::string& text);
 
 /// Register types from their names, in the order given.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <Poco/JSON/Array.h>
 
+#include <algorithm>
 #include <iomanip>
 #include <iostream>
 #include <memory>
@@ -14,24 +15,41 @@ namespace {
 struct Options {
     std::vector<std::string> types;
     bool json{false};
+    bool raw{false};
 };
 
-void printTable(const std::vector<RegisterInfo>& infos, const std::vector<Reading>& readings) {
-    std::cout << "ADDRESS  TYPE                        INDEX     MAXIMUM  VALUE\n";
+/// The last columns of a row.
+std::string valueText(const Reading& reading, const Label* label) {
+    std::string text = textOf(reading);
+    if (label == nullptr) {
+        return text;
+    }
+    constexpr std::size_t VALUE_WIDTH = 13;
+    text.resize(std::max(text.size() + 1, VALUE_WIDTH), ' ');
+    return text + (label->name.empty() ? "" : label->name + " = ") + shownText(reading, label);
+}
+
+/// With labels, behind each value stand name and shown value of the register.
+void printTable(const std::vector<RegisterInfo>& infos, const std::vector<Reading>& readings,
+                const Labels& labels) {
+    std::cout << "ADDRESS  TYPE                        INDEX     MAXIMUM  VALUE"
+              << (labels.all().empty() ? "" : "        NAME = SHOWN") << '\n';
     for (std::size_t i = 0; i < infos.size(); ++i) {
         const RegisterInfo& info = infos[i];
         std::cout << std::setw(7) << info.address << "  " << std::left << std::setw(26)
                   << getTypeName(info.type) << std::right << std::setw(7) << info.index
-                  << std::setw(12) << info.maximum << "  " << textOf(readings[i]) << '\n';
+                  << std::setw(12) << info.maximum << "  "
+                  << valueText(readings[i], labels.find(info.address)) << '\n';
     }
 }
 
 Poco::JSON::Array::Ptr jsonTable(const std::vector<RegisterInfo>& infos,
-                                 const std::vector<Reading>& readings) {
+                                 const std::vector<Reading>& readings, const Labels& labels) {
     Poco::JSON::Array::Ptr table = new Poco::JSON::Array;
     for (std::size_t i = 0; i < infos.size(); ++i) {
         Poco::JSON::Object::Ptr row = jsonOf(infos[i]);
         setReading(*row, readings[i]);
+        setLabel(*row, readings[i], labels.find(infos[i].address));
         table->add(row);
     }
     return table;
@@ -39,14 +57,15 @@ Poco::JSON::Array::Ptr jsonTable(const std::vector<RegisterInfo>& infos,
 
 void list(const Options& options) {
     const std::vector<RegisterType> types = parseTypes(options.types);
+    const Labels labels = options.raw ? Labels() : deviceLabels();
     IoMapping io;
     const std::vector<int> addresses = addressesOf(io, types);
     const std::vector<RegisterInfo> infos = infosOf(io, addresses);
     const std::vector<Reading> readings = readKnown(io, infos);
     if (options.json) {
-        printJson(jsonTable(infos, readings));
+        printJson(jsonTable(infos, readings, labels));
     } else {
-        printTable(infos, readings);
+        printTable(infos, readings, labels);
     }
 }
 
@@ -58,6 +77,7 @@ void addListCommand(CLI::App& app) {
     command->add_option("--type", options->types, "Only registers of this type; may be repeated")
         ->type_name("TYPE")
         ->allow_extra_args(false);
+    command->add_flag("--raw", options->raw, "Leave out names, scaled values and units");
     command->add_flag("--json", options->json, "Print a JSON array");
     command->callback([options] { list(*options); });
 }

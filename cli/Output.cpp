@@ -6,6 +6,9 @@
 #include <iostream>
 #include <sstream>
 
+#include "client/Failure.h"
+#include "program/Report.h"
+
 std::string textOf(const Reading& reading) {
     if (!reading.error.empty()) {
         return reading.error;
@@ -35,6 +38,37 @@ void setReading(Poco::JSON::Object& object, const Reading& reading, const std::s
         }
     } else {
         object.set(errorKey, reading.error);
+    }
+}
+
+Labels deviceLabels() {
+    try {
+        return Labels::read();
+    } catch (const Failure& e) {
+        std::cerr << "iomap: no names and units of registers are used: " << printable(e.what())
+                  << std::endl;
+        return {};
+    }
+}
+
+std::string shownText(const Reading& reading, const Label* label) {
+    const bool isPlain = label == nullptr || !reading.error.empty() || reading.missing;
+    return isPlain ? textOf(reading) : label->shown(reading.value);
+}
+
+void setLabel(Poco::JSON::Object& object, const Reading& reading, const Label* label) {
+    if (label == nullptr) {
+        return;
+    }
+    if (!label->name.empty()) {
+        object.set("name", label->name);
+    }
+    if (reading.error.empty() && !reading.missing) {
+        object.set("shown", label->shown(reading.value));
+        object.set("scaled", label->scaled(reading.value));
+    }
+    if (!label->unit.empty()) {
+        object.set("unit", label->unit);
     }
 }
 

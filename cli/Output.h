@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "client/Labels.h"
 #include "client/Registers.h"
 
 /// The value in decimal, "missing" for a temperature sensor that is not there, or the reason why
@@ -22,6 +23,20 @@ Poco::JSON::Object::Ptr jsonOf(const RegisterInfo& info);
 /// there is none. With the value of a temperature sensor that is not there comes a key "missing".
 void setReading(Poco::JSON::Object& object, const Reading& reading,
                 const std::string& valueKey = "value", const std::string& errorKey = "error");
+
+/// The labels of the device. Faulty ones are told on standard error, and none is used then: by its
+/// address, every register stays within reach.
+Labels deviceLabels();
+
+/// What a reading shows with a label: "open" or "21.5 bar". Without a label as textOf().
+///
+/// @param label may be null
+std::string shownText(const Reading& reading, const Label* label);
+
+/// Sets what a label says of a reading: name, shown, scaled and unit, as far as there is such.
+///
+/// @param label may be null
+void setLabel(Poco::JSON::Object& object, const Reading& reading, const Label* label);
 
 /// A JSON document as one line, without a line end.
 std::string lineOf(const Poco::Dynamic::Var& document);

@@ -14,25 +14,30 @@ namespace {
 struct Options {
     std::vector<std::string> registers;
     bool json{false};
+    bool raw{false};
 };
 
-void printJsonReadings(const std::vector<int>& addresses, const std::vector<Reading>& readings) {
+void printJsonReadings(const std::vector<int>& addresses, const std::vector<Reading>& readings,
+                       const Labels& labels) {
     Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
     for (std::size_t i = 0; i < addresses.size(); ++i) {
         Poco::JSON::Object::Ptr entry = newJsonObject();
         entry->set("address", addresses[i]);
         setReading(*entry, readings[i]);
+        setLabel(*entry, readings[i], labels.find(addresses[i]));
         list->add(entry);
     }
     printJson(list);
 }
 
 void read(const Options& options) {
-    const std::vector<int> addresses = parseAddresses(options.registers);
+    const Labels names = deviceLabels();
+    const Labels labels = options.raw ? Labels() : names;
+    const std::vector<int> addresses = parseAddresses(options.registers, names);
     IoMapping io;
     const std::vector<Reading> readings = readEach(io, addresses);
     if (options.json) {
-        printJsonReadings(addresses, readings);
+        printJsonReadings(addresses, readings, labels);
     }
     // Without all values none is printed: the reader of the lines could not tell which is which.
     for (std::size_t i = 0; i < readings.size(); ++i) {
@@ -41,8 +46,8 @@ void read(const Options& options) {
         }
     }
     if (!options.json) {
-        for (const Reading& reading : readings) {
-            std::cout << textOf(reading) << '\n';
+        for (std::size_t i = 0; i < readings.size(); ++i) {
+            std::cout << shownText(readings[i], labels.find(addresses[i])) << '\n';
         }
     }
 }
@@ -53,9 +58,10 @@ void addReadCommand(CLI::App& app) {
     const auto options = std::make_shared<Options>();
     CLI::App* command =
         app.add_subcommand("read", "Print the values of registers, one a line, in the order asked");
-    command->add_option("register", options->registers, "Addresses and ranges of addresses")
-        ->type_name("ADDR|FIRST-LAST")
+    command->add_option("register", options->registers, "Names, addresses and ranges of addresses")
+        ->type_name("NAME|ADDR|FIRST-LAST")
         ->required();
+    command->add_flag("--raw", options->raw, "Print raw values, without scale, unit and states");
     command->add_flag("--json", options->json, "Print a JSON array of addresses and values");
     command->callback([options] { read(*options); });
 }

@@ -44,6 +44,7 @@ struct Options {
     bool initial{false};
     bool changesOnly{false};
     bool json{false};
+    bool raw{false};
 };
 
 /// The options, understood.
@@ -56,17 +57,20 @@ struct Request {
     bool initial;
     bool changesOnly;
     bool json;
+    Labels labels;  ///< None where raw values are wanted.
 };
 
 Request requestOf(const Options& options) {
-    Request request{parseAddresses(options.registers),
+    const Labels names = deviceLabels();
+    Request request{parseAddresses(options.registers, names),
                     parseTypes(options.types),
                     options.count,
                     {},
                     {},
                     options.initial,
                     options.changesOnly,
-                    options.json};
+                    options.json,
+                    options.raw ? Labels() : names};
     if (options.timeout) {
         request.timeout = parseSeconds(*options.timeout);
     }
@@ -92,6 +96,11 @@ void wakeAfter(Seconds time) {
     g_timeout_add(
         static_cast<guint>(std::min(milliseconds, double{G_MAXUINT})),
         [](gpointer /*userData*/) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
+}
+
+/// "door open", or "open" for a register without a name.
+std::string nameAndValue(const Label& label, const Reading& reading) {
+    return (label.name.empty() ? "" : label.name + ' ') + shownText(reading, &label);
 }
 
 std::string messageOf(const std::string& text) {
@@ -288,6 +297,7 @@ class Watcher {
         if (isEnough()) {
             return;
         }
+        const Label* const label = request.labels.find(info.address);
         const Poco::LocalDateTime now;
         const std::string time = Poco::DateTimeFormatter::format(now, "%Y-%m-%dT%H:%M:%S.%i%z");
         if (request.json) {
@@ -297,10 +307,12 @@ class Watcher {
             object->set("type", getTypeName(info.type));
             object->set("index", info.index);
             setReading(*object, reading);
+            setLabel(*object, reading, label);
             changes.print(lineOf(object));
         } else {
             changes.print(time + ' ' + std::to_string(info.address) + ' ' + getTypeName(info.type) +
-                          ' ' + std::to_string(info.index) + ' ' + textOf(reading));
+                          ' ' + std::to_string(info.index) + ' ' + textOf(reading) +
+                          (label == nullptr ? "" : ' ' + nameAndValue(*label, reading)));
         }
         ++printed;
     }
@@ -338,8 +350,10 @@ void addWatchCommand(CLI::App& app) {
     const auto options = std::make_shared<Options>();
     CLI::App* command = app.add_subcommand(
         "watch", "Print every change: time, address, type, index and value, one change a line");
-    command->add_option("register", options->registers, "Addresses and ranges; all unless given")
-        ->type_name("ADDR|FIRST-LAST");
+    command
+        ->add_option("register", options->registers,
+                     "Names, addresses and ranges; all unless given")
+        ->type_name("NAME|ADDR|FIRST-LAST");
     command->add_option("--type", options->types, "All registers of this type; may be repeated")
         ->type_name("TYPE")
         ->allow_extra_args(false);
@@ -355,6 +369,7 @@ void addWatchCommand(CLI::App& app) {
                       "Print the present values first; --count counts them, too");
     command->add_flag("--changes", options->changesOnly,
                       "Leave out values equal to the last one of the register");
+    command->add_flag("--raw", options->raw, "Leave out names, scaled values and units");
     command->add_flag("--json", options->json, "Print one JSON object a line");
     command->callback([options] { watch(*options); });
 }

@@ -15,6 +15,7 @@ namespace {
 struct Options {
     std::vector<std::string> assignments;
     bool json{false};
+    bool raw{false};
 };
 
 using Assignments = std::vector<Assignment>;
@@ -51,11 +52,53 @@ void printJsonOutcome(const Assignments& assignments, Assignments::const_iterato
     printJson(outcome);
 }
 
-void write(const Options& options) {
+/// An assignment whose value depends on the register's label and maximum.
+struct Scaled {
+    NamedAssignment named;
+    std::size_t place;  ///< Among all assignments.
+};
+
+/// What to write, once all of it is known.
+class Request {
+ public:
+    /// @throws UsageError an assignment has another form; that needs no bus
+    Request(const Options& options, const Labels& deviceLabels) : labels(deviceLabels) {
+        for (const std::string& text : options.assignments) {
+            const NamedAssignment named = splitAssignment(text, labels);
+            if (named.isByName && !options.raw) {
+                scaled.push_back({named, assignments.size()});
+                assignments.push_back({named.address, 0});
+            } else {
+                assignments.push_back(rawAssignment(named, text));
+            }
+        }
+    }
+
+    /// @throws Failure a value is not possible
+    const Assignments& resolve(IoMapping& io) {
+        for (const auto& [named, place] : scaled) {
+            const Label& label = *labels.find(named.address);
+            const unsigned int maximum = infoOf(io, named.address).maximum;
+            try {
+                assignments[place].value = label.rawOf(named.value, maximum);
+            } catch (const Failure& e) {
+                throw Failure(label.name + ": " + e.what());
+            }
+        }
+        return assignments;
+    }
+
+ private:
+    const Labels& labels;
     Assignments assignments;
-    std::transform(options.assignments.begin(), options.assignments.end(),
-                   std::back_inserter(assignments), parseAssignment);
+    std::vector<Scaled> scaled;
+};
+
+void write(const Options& options) {
+    const Labels labels = deviceLabels();
+    Request request(options, labels);
     IoMapping io;
+    const Assignments& assignments = request.resolve(io);
     auto next = assignments.cbegin();
     try {
         for (; next != assignments.cend(); ++next) {
@@ -89,8 +132,9 @@ void addWriteCommand(CLI::App& app) {
     CLI::App* command = app.add_subcommand(
         "write", "Write registers in the order given, up to the first that is refused");
     command->add_option("assignment", options->assignments, "What to write where")
-        ->type_name("ADDR=VALUE")
+        ->type_name("NAME=VALUE|ADDR=VALUE")
         ->required();
+    command->add_flag("--raw", options->raw, "Take raw values also for names");
     command->add_flag("--json", options->json, "Print what was written as a JSON object");
     command->callback([options] { write(*options); });
 }

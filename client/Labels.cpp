@@ -10,6 +10,7 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <set>
 #include <sstream>
 #include <string_view>
@@ -220,6 +221,11 @@ Reader readFile(const std::string& path) {
 }
 
 }  // namespace
+
+std::string Labels::file() {
+    const char* const other = std::getenv(FILE_VARIABLE);
+    return other == nullptr ? DEFAULT_FILE : other;
+}
 
 Labels Labels::read(const std::string& path) {
     Reader reader = readFile(path);

@@ -12,8 +12,14 @@
 /// the device writes.
 class Labels {
  public:
-    /// Where programs look for labels.
+    /// Where the labels of a device are.
     static constexpr const char* DEFAULT_FILE = "/etc/io-mapping/labels.json";
+
+    /// The environment variable that names another file.
+    static constexpr const char* FILE_VARIABLE = "IO_MAPPING_LABELS";
+
+    /// The file that the environment names, or else DEFAULT_FILE.
+    static std::string file();
 
     /// No label at all.
     Labels() = default;
@@ -22,7 +28,7 @@ class Labels {
     ///
     /// @throws Failure the file cannot be read or has faults; the message names the file, the first
     ///         fault and its place
-    static Labels read(const std::string& path = DEFAULT_FILE);
+    static Labels read(const std::string& path = file());
 
     /// Looks for all faults of a file of labels.
     ///
