@@ -19,7 +19,7 @@ using Object = Poco::JSON::Object::Ptr;
 
 namespace {
 
-constexpr std::size_t MOST_TEXT = 1024 * 1024;
+constexpr std::size_t MOST_TEXT = 1024UL * 1024;
 
 bool isNumber(const Var& value) {
     return value.isNumeric() && !value.isBoolean() && !value.isString();
@@ -46,13 +46,13 @@ ConfigSection ConfigSection::read(const std::string& path, std::vector<std::stri
     try {
         std::istringstream in(*text);
         root = tesk::jsonParse(in);
-        if (!root) {
+        if (root.isNull()) {
             faults.emplace_back("the file must hold one JSON object");
         }
     } catch (const tesk::ParseException& e) {
         faults.emplace_back(e.what());
     }
-    return {root ? root : Object(new Poco::JSON::Object), "", faults};
+    return {root.isNull() ? Object(new Poco::JSON::Object) : root, "", faults};
 }
 
 bool ConfigSection::has(const std::string& key) const {
@@ -74,7 +74,7 @@ std::string ConfigSection::text(const std::string& key, const std::string& other
         refuse(key, "must be a text");
         return otherwise;
     }
-    const auto text = value.convert<std::string>();
+    auto text = value.convert<std::string>();
     const auto isControl = [](unsigned char c) { return c < 0x20 || c == 0x7F; };
     if (text.empty() || text.size() > most || std::any_of(text.begin(), text.end(), isControl)) {
         refuse(key, "must have 1 to " + std::to_string(most) +

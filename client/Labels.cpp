@@ -26,7 +26,7 @@ using Poco::Dynamic::Var;
 using Object = Poco::JSON::Object::Ptr;
 
 /// A label for each register of the longest map, with long texts, fits several times.
-constexpr std::size_t MOST_TEXT = 4 * 1024 * 1024;
+constexpr std::size_t MOST_TEXT = 4UL * 1024 * 1024;
 
 constexpr std::size_t MOST_CHARACTERS = 200;
 constexpr double SMALLEST_SCALE = 1e-9;
@@ -42,7 +42,7 @@ std::string textOf(const Var& value) {
     if (!value.isString()) {
         throw Fault("must be a text");
     }
-    std::string text = value.convert<std::string>();
+    auto text = value.convert<std::string>();
     if (text.size() > MOST_CHARACTERS) {
         throw Fault("must have at most " + std::to_string(MOST_CHARACTERS) + " bytes");
     }

@@ -28,7 +28,7 @@ struct CachedValue {
 
 /// A register with what is known of it.
 struct CachedRegister {
-    RegisterInfo info;
+    RegisterInfo info{};
     CachedValue state;
 };
 

@@ -10,7 +10,7 @@
 #include <cerrno>
 #include <climits>
 
-StandardError::StandardError() : sort(Sort::REGULAR) {
+StandardError::StandardError() {
     struct stat status {};
     if (::fstat(STDERR_FILENO, &status) != 0) {
         return;

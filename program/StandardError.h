@@ -27,7 +27,7 @@ class StandardError {
     std::size_t writeSome(std::string_view text) const;
     static std::size_t writePieces(std::string_view text);
 
-    Sort sort;
+    Sort sort{Sort::REGULAR};
     /// A pipe or terminal, opened once more: the flag for not waiting belongs to all who share one
     /// opening. Closed where that is not allowed.
     FileDescriptor reopened;

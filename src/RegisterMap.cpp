@@ -138,7 +138,8 @@ std::shared_ptr<Register> RegisterMap::createRegister(const MapFile::Field& fiel
                                               onChange);
     }
     const auto onFileChange = [this](Register* reg) {
-        announceFile(static_cast<FileRegister&>(*reg));
+        // Only registers on files get this callback.
+        announceFile(static_cast<FileRegister&>(*reg));  // NOLINT(*-static-cast-downcast)
     };
     return std::make_shared<FileRegister>(address, field.type, index, field.size, field.driver,
                                           onFileChange, latestOnIo(field, index));
@@ -150,16 +151,20 @@ FileRegister* RegisterMap::latestOnIo(const MapFile::Field& field, int index) co
         return f.driver == field.driver.get() && f.type == field.type && index <= f.count;
     });
     return known != ioFields.rend()
-               ? static_cast<FileRegister*>(placeOf(known->address + index - 1)->get())
+               ? dynamic_cast<FileRegister*>(placeOf(known->address + index - 1)->get())
                : nullptr;
 }
 
 /// The notifier keeps one callback for each file: that of the register that was made last. It
 /// speaks for the registers before it, too.
 void RegisterMap::announceFile(FileRegister& reg) {
-    if (reg.earlierOnFile() != nullptr) {
-        announceFile(*reg.earlierOnFile());
+    std::vector<FileRegister*> earlier;
+    for (FileRegister* other = reg.earlierOnFile(); other != nullptr;
+         other = other->earlierOnFile()) {
+        earlier.push_back(other);
     }
+    std::for_each(earlier.rbegin(), earlier.rend(),
+                  [this](FileRegister* other) { createNotification(other); });
     createNotification(&reg);
 }
 
@@ -171,7 +176,7 @@ void RegisterMap::configureFiles(DriverInterface& driver, const std::string& pat
         }
         for (int index = 1; index <= count; ++index) {
             if (isAtOrBelow(driver.getIOFileName(type, index), path)) {
-                auto& reg = static_cast<FileRegister&>(**placeOf(address + index - 1));
+                auto& reg = dynamic_cast<FileRegister&>(**placeOf(address + index - 1));
                 driver.configureIO(type, index, [this, &reg](int /*key*/) { announceFile(reg); });
             }
         }

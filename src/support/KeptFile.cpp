@@ -6,6 +6,7 @@
 #include <sys/vfs.h>
 
 #include <algorithm>
+#include <climits>
 #include <filesystem>
 #include <mutex>
 #include <vector>
@@ -63,7 +64,11 @@ bool hasNoSymbolicLink(const std::string& path) {
 
 std::size_t KeptFiles::mostDescriptors() {
     rlimit limit{};
-    return ::getrlimit(RLIMIT_NOFILE, &limit) == 0 ? limit.rlim_cur / 2 : 0;
+    // A limit that is none still leaves no more numbers than these.
+    constexpr rlim_t MOST_NUMBERS = INT_MAX;
+    return ::getrlimit(RLIMIT_NOFILE, &limit) == 0
+               ? static_cast<std::size_t>(std::min(limit.rlim_cur, MOST_NUMBERS) / 2)
+               : 0;
 }
 
 bool KeptFiles::admit(KeptFile& file) {

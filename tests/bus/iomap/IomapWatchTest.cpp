@@ -454,7 +454,7 @@ TEST_F(IomapWatchTest, WithoutAReaderItStillEndsAtOnceOnASignal) {
 TEST_F(IomapWatchTest, WithoutAReaderItStillEndsWhenTheTimeIsUp) {
     startService(map);
     const UnreadPipe pipe(directory.path() / "pipe");
-    const auto watch = pipe.startWatch({"--timeout", EMULATED || SANITIZED ? "60" : "3"});
+    const auto watch = pipe.startWatch({"--timeout", EMULATED || SANITIZED ? "15" : "3"});
     const Prober prober;
     EXPECT_EQ(watch->waitForExit(), 1);
     EXPECT_THAT(Process::lines(watch->standardError()).back(),
