@@ -160,12 +160,12 @@ class MapCheck::FieldCheck {
         if (value.isEmpty()) {
             return remedyFor(message);
         }
-        const auto text = value.convert<std::string>();
+        const auto written = value.convert<std::string>();
         if (key == "type") {
-            return pointTo(nearest(text, typeNames()), remedyFor(message));
+            return pointTo(nearest(written, typeNames()), remedyFor(message));
         }
-        if (key == "driver" && !MapFile::driverIsKnown(text)) {
-            return pointTo(nearest(text, driverNames(text)), DRIVER_FORMS);
+        if (key == "driver" && !MapFile::driverIsKnown(written)) {
+            return pointTo(nearest(written, driverNames(written)), DRIVER_FORMS);
         }
         return remedyFor(message);
     }
@@ -445,7 +445,7 @@ void MapCheck::checkRootKeys() {
 
 void MapCheck::checkElement(std::size_t number, const Poco::Dynamic::Var& element) {
     try {
-        const auto field = element.extract<Poco::JSON::Object::Ptr>();
+        const auto& field = element.extract<Poco::JSON::Object::Ptr>();
         FieldCheck(*this, number, field, MapFile::addressText(element)).run();
     } catch (const std::exception& e) {
         const auto place = number < places.size()
