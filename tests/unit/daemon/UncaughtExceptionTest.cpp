@@ -2,6 +2,7 @@
 #include "daemon/UncaughtException.h"
 
 #include <Poco/Exception.h>
+#include <Poco/Logger.h>
 #include <gmock/gmock.h>
 
 #include <cstdlib>
@@ -19,6 +20,8 @@ using testing::ExitedWithCode;
 /// In a child process: throws on a thread of its own, where nobody catches.
 void throwOnThread(const std::function<void()>& thrower) {
     setenv("JOURNAL_STREAM", "9:12345", 1);
+    // A logger that another test has made would keep the channel that it had then.
+    Poco::Logger::destroy("iomappingd");
     openLog(parseLogLevel("fatal"));
     endOnUncaughtException();
     std::thread(thrower).join();
