@@ -34,6 +34,11 @@ constexpr int PROBE = 99;
 constexpr const char* GONE = "iomap: the service has gone; waiting for it";
 constexpr const char* BACK = "iomap: the service is back";
 
+/// Times that are up as soon as the watch has begun, or soon after. An emulated processor needs
+/// seconds to find the service at all.
+constexpr const char* NO_TIME = EMULATED ? "8" : "0";
+constexpr const char* SHORT_TIME = EMULATED ? "8" : "0.3";
+
 /// Why some tests are left out on an emulated processor.
 constexpr const char* PACE = "thousands of changes take minutes on an emulated processor";
 
@@ -241,9 +246,9 @@ TEST_F(IomapWatchTest, TheCountEndsItAndNoChangeIsLeftOut) {
 TEST_F(IomapWatchTest, ATimeOutAloneIsStatus0) {
     startService(map);
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(iomapDone({"watch", "--timeout", "0.3"}), "");
+    EXPECT_EQ(iomapDone({"watch", "--timeout", SHORT_TIME}), "");
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300));
-    EXPECT_EQ(iomapDone({"watch", "--timeout", "0"}), "");
+    EXPECT_EQ(iomapDone({"watch", "--timeout", NO_TIME}), "");
 }
 
 TEST_F(IomapWatchTest, AStoppedBusOrServiceDoesNotKeepItBeyondItsTime) {
@@ -374,15 +379,15 @@ TEST_F(IomapWatchTest, WhoAsksForARegisterThatIsNeverAnnouncedIsTold) {
     const std::string told = "iomap: register 30 is never announced; use --interval\n";
     for (const std::vector<std::string>& which :
          {std::vector<std::string>{"30", "1"}, {"--type", "reserved"}}) {
-        std::vector<std::string> arguments{"watch", "--timeout", "0"};
+        std::vector<std::string> arguments{"watch", "--timeout", NO_TIME};
         arguments.insert(arguments.end(), which.begin(), which.end());
         const Outcome outcome = iomap(arguments);
         EXPECT_EQ(outcome.status, 0);
         EXPECT_EQ(outcome.errors, told);
     }
-    iomapDone({"watch", "--timeout", "0"});
-    iomapDone({"watch", "--timeout", "0", "1", "--type", "virtual"});
-    iomapDone({"watch", "--timeout", "0", "30", "--interval", "1"});
+    iomapDone({"watch", "--timeout", NO_TIME});
+    iomapDone({"watch", "--timeout", NO_TIME, "1", "--type", "virtual"});
+    iomapDone({"watch", "--timeout", NO_TIME, "30", "--interval", "1"});
 }
 
 TEST_F(IomapWatchTest, WhatIsNeverAnnouncedCanBeAskedForAgainAndAgain) {
@@ -409,7 +414,7 @@ TEST_F(IomapWatchTest, ThePresentValuesComeFirstIfAskedFor) {
     iomapDone({"write", "1=1", "3=3"});
     std::vector<std::string> values;
     for (const std::string& line :
-         Process::lines(iomapDone({"watch", "1-3", "--initial", "--timeout", "0"}))) {
+         Process::lines(iomapDone({"watch", "1-3", "--initial", "--timeout", NO_TIME}))) {
         values.push_back(line.substr(line.find(' ') + 1));
     }
     EXPECT_THAT(values, ElementsAre("1 virtual 1 1", "2 virtual 2 0", "3 virtual 3 3"));
