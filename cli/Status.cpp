@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <chrono>
+#include <exception>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -32,19 +33,28 @@ struct Status {
 /// come and go.
 void waitForService(const std::optional<std::chrono::duration<double>>& time) {
     using Clock = std::chrono::steady_clock;
+    const auto usual = probeLimit(Clock::time_point::max());
     if (!time) {
-        probeService(probeLimit(Clock::time_point::max()), ServiceStart::REFUSED);
+        probeService(usual, ServiceStart::REFUSED);
         return;
     }
     const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(*time);
+    std::exception_ptr reason;
     for (;;) {
+        const auto limit = probeLimit(end);
+        const auto attemptEnd = Clock::now() + limit;
         try {
-            probeService(probeLimit(end), ServiceStart::REFUSED);
+            probeService(limit, ServiceStart::REFUSED);
             return;
         } catch (const std::exception&) {
-            if (Clock::now() >= end) {
-                throw;
+            // What the user's time has cut short says less than the attempt before.
+            const bool isCutShort = limit < usual && Clock::now() >= attemptEnd;
+            if (!reason || !isCutShort) {
+                reason = std::current_exception();
             }
+        }
+        if (Clock::now() >= end) {
+            std::rethrow_exception(reason);
         }
         std::this_thread::sleep_until(std::min(Clock::now() + POLL_INTERVAL, end));
     }
