@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include "TemporaryDirectory.h"
 #include "program/UsageError.h"
 
 namespace {
@@ -26,6 +27,60 @@ std::string refusalOf(const Parse& parse) {
 std::pair<int, int> assignment(const std::string& text) {
     const Assignment result = parseAssignment(text);
     return {result.address, result.value};
+}
+
+/// The labels of a device with a door and a setpoint.
+Labels labelsOfDoor() {
+    const TemporaryDirectory directory;
+    return Labels::read(directory.file("labels.json", R"({"labels": {
+        "7": {"name": "door", "states": {"0": "closed", "1": "open"}},
+        "20": {"name": "set-point.2", "scale": 0.5},
+        "21": {"unit": "V"}}})"));
+}
+
+std::tuple<int, std::string, bool> named(const std::string& text) {
+    const NamedAssignment result = splitAssignment(text, labelsOfDoor());
+    return {result.address, result.value, result.isByName};
+}
+
+TEST(ArgumentsTest, ANameStandsForItsAddressAmongOthers) {
+    EXPECT_THAT(parseAddresses({"3", "door", "5-7", "set-point.2", "door"}, labelsOfDoor()),
+                ElementsAre(3, 7, 5, 6, 7, 20, 7));
+}
+
+TEST(ArgumentsTest, WhatIsNoNameIsRefusedWithThePlaceOfTheNames) {
+    for (const char* text : {"Door", "doo", "door ", "door-7", "7-door", "open", ""}) {
+        EXPECT_EQ(refusalOf([text] { parseAddresses({text}, labelsOfDoor()); }),
+                  "'" + std::string(text) +
+                      "' is neither an address nor a range FIRST-LAST, nor the name of a register "
+                      "in '" +
+                      Labels::file() + "'");
+    }
+}
+
+TEST(ArgumentsTest, AnAssignmentToANameKeepsItsValueAsItIsWritten) {
+    EXPECT_EQ(named("door=open"), std::tuple(7, "open", true));
+    EXPECT_EQ(named("set-point.2=-21.5"), std::tuple(20, "-21.5", true));
+    EXPECT_EQ(named("door="), std::tuple(7, "", true));
+    EXPECT_EQ(named("door=a=b"), std::tuple(7, "a=b", true));
+    EXPECT_EQ(named("7=1"), std::tuple(7, "1", false));
+}
+
+TEST(ArgumentsTest, AnAssignmentToAnUnknownNameIsRefusedWithThePlaceOfTheNames) {
+    EXPECT_EQ(refusalOf([] { splitAssignment("window=1", labelsOfDoor()); }),
+              "'window=1' does not start with an address, nor the name of a register in '" +
+                  Labels::file() + "'");
+    EXPECT_EQ(refusalOf([] { splitAssignment("door", labelsOfDoor()); }),
+              "'door' is not of the form ADDR=VALUE");
+}
+
+TEST(ArgumentsTest, ARawValueOfANameIsThatOfItsAddress) {
+    const Assignment result = rawAssignment({7, "0x10", true}, "door=0x10");
+    EXPECT_EQ(std::pair(result.address, result.value), std::pair(7, 16));
+    EXPECT_EQ(refusalOf([] {
+                  rawAssignment({7, "open", true}, "door=open");
+              }),
+              "'door=open' has no value from -2147483648 to 4294967295");
 }
 
 TEST(ArgumentsTest, AddressesAndRangesKeepTheirOrder) {
