@@ -118,7 +118,7 @@ void write(const Options& options) {
         if (assignments.size() > 1) {
             text += "; written before it: " + textOf(assignments.cbegin(), next);
         }
-        throw Failure(text);
+        throw Failure(text, exitStatusOf(e));
     }
     if (options.json) {
         printJsonOutcome(assignments, next, {});

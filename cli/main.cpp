@@ -14,5 +14,14 @@ int main(int argc, char** argv) {
     addInfoCommand(app);
     addWatchCommand(app);
     addStatusCommand(app);
-    return runProgram(app, argc, argv, reasonOf);
+    // Last, as subcommands would inherit it.
+    app.footer(
+        "Exit status:\n"
+        "  0  done\n"
+        "  1  refused, or only partly done\n"
+        "  2  the command line is wrong\n"
+        "  3  no service: it is not running, cannot be started or does not answer, or no bus\n"
+        "  4  this user has not the right\n\n"
+        "Manual: man iomap\n");
+    return runProgram(app, argc, argv, reasonOf, exitStatusOf);
 }

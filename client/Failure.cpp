@@ -11,6 +11,7 @@ namespace {
 
 constexpr std::string_view CALL_PREFIX = "Error calling method: ";
 constexpr std::string_view BUS_PREFIX = "GDBus.Error:";
+constexpr std::string_view SYSTEMD_PREFIX = "org.freedesktop.systemd1.";
 constexpr std::string_view NO_BUS = "Error initializing DBus: ";
 constexpr std::string_view TIMEOUT = "Error calling method: Timeout was reached";
 
@@ -43,6 +44,31 @@ bool hasCause(const std::exception& error, ServiceError::Cause cause) {
 }
 
 }  // namespace
+
+int exitStatusOf(const std::exception& error) {
+    if (const auto* const failure = dynamic_cast<const Failure*>(&error)) {
+        return failure->getStatus();
+    }
+    const auto* const failure = dynamic_cast<const ServiceError*>(&error);
+    if (failure == nullptr) {
+        return EXIT_FAILURE;
+    }
+    switch (failure->getCause()) {
+        case ServiceError::Cause::NO_SERVICE:
+        case ServiceError::Cause::NO_REPLY:
+        case ServiceError::Cause::TIMED_OUT:
+        case ServiceError::Cause::NO_BUS:
+            return EXIT_NO_SERVICE;
+        case ServiceError::Cause::ACCESS_DENIED:
+            return EXIT_NO_RIGHTS;
+        case ServiceError::Cause::REFUSED:
+        case ServiceError::Cause::LIMITS_EXCEEDED:
+        case ServiceError::Cause::OTHER:
+            break;
+    }
+    // The bus has systemd start the service, and passes on why systemd does not.
+    return startsWith(failure->getErrorName(), SYSTEMD_PREFIX) ? EXIT_NO_SERVICE : EXIT_FAILURE;
+}
 
 bool isRefusal(const std::exception& error) {
     return hasCause(error, ServiceError::Cause::REFUSED);

@@ -1,14 +1,34 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 
-/// What went wrong, in words for the user; ends the program with EXIT_FAILURE.
+/// The exit status of a program that finds no service: it is not running, cannot be started, or
+/// does not answer, or there is no bus.
+constexpr int EXIT_NO_SERVICE = 3;
+
+/// The exit status of a program whose user has not the right to do what was asked for.
+constexpr int EXIT_NO_RIGHTS = 4;
+
+/// What went wrong, in words for the user.
 class Failure : public std::runtime_error {
  public:
-    using std::runtime_error::runtime_error;
+    /// @param exitStatus with which the program is to end; not EXIT_SUCCESS
+    explicit Failure(const std::string& text, int exitStatus = EXIT_FAILURE)
+        : std::runtime_error(text), status(exitStatus) {}
+
+    /// The exit status for the program.
+    int getStatus() const noexcept { return status; }
+
+ private:
+    int status;
 };
+
+/// The exit status for a program that an exception ends: that of a Failure; EXIT_NO_SERVICE or
+/// EXIT_NO_RIGHTS for an error of the class IoMapping that means so; else EXIT_FAILURE.
+int exitStatusOf(const std::exception& error);
 
 /// Whether an error of the class IoMapping is the service's answer to a request. Otherwise the
 /// service has not answered, and asking for something else would not help.

@@ -6,9 +6,10 @@
 
 #include "BusContract.h"
 #include "RegisterType.h"
+#include "ServiceError.h"
+#include "support/ErrorCause.h"
 #include "support/GLibOwners.h"
 #include "support/TimeLimit.h"
-#include "tesk/Exceptions.h"
 
 namespace {
 
@@ -17,11 +18,25 @@ using std::chrono::milliseconds;
 constexpr milliseconds SHORTEST(400);
 constexpr milliseconds LONGEST(5000);
 
-[[noreturn]] void fail(const std::string& what, GError* error) {
+/// Whether the time limit has ended a call: nothing else cancels.
+bool isTimeUp(const GError& error) {
+    return g_error_matches(&error, G_IO_ERROR, G_IO_ERROR_CANCELLED) != FALSE;
+}
+
+[[noreturn]] void fail(const std::string& what, const GError& error, ServiceError::Cause cause) {
+    throw ServiceError(what + (isTimeUp(error) ? "Timeout was reached" : error.message), cause,
+                       busNameOf(error));
+}
+
+[[noreturn]] void failWithoutBus(GError* error) {
     const ErrorOwner owner(error);
-    // Only the time limit cancels.
-    const bool timedOut = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED) != FALSE;
-    throw tesk::InputOutputException(what + (timedOut ? "Timeout was reached" : error->message));
+    fail("Error initializing DBus: ", *error, ServiceError::Cause::NO_BUS);
+}
+
+[[noreturn]] void failCall(GError* error) {
+    const ErrorOwner owner(error);
+    fail("Error calling method: ", *error,
+         isTimeUp(*error) ? ServiceError::Cause::TIMED_OUT : causeOf(*error));
 }
 
 ObjectOwner<GDBusConnection> connect(GCancellable* cancellable) {
@@ -29,7 +44,7 @@ ObjectOwner<GDBusConnection> connect(GCancellable* cancellable) {
     const StringOwner address(
         g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, cancellable, &error));
     if (!address) {
-        fail("Error initializing DBus: ", error);
+        failWithoutBus(error);
     }
     ObjectOwner<GDBusConnection> connection(g_dbus_connection_new_for_address_sync(
         address.get(),
@@ -37,7 +52,7 @@ ObjectOwner<GDBusConnection> connect(GCancellable* cancellable) {
                                           G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
         nullptr, cancellable, &error));
     if (!connection) {
-        fail("Error initializing DBus: ", error);
+        failWithoutBus(error);
     }
     return connection;
 }
@@ -52,7 +67,7 @@ void ask(GDBusConnection* connection, GDBusCallFlags flags, GCancellable* cancel
         g_variant_new("(i)", static_cast<gint32>(RegisterType::UNKNOWN)), nullptr, flags, G_MAXINT,
         cancellable, &error));
     if (!reply) {
-        fail("Error calling method: ", error);
+        failCall(error);
     }
 }
 

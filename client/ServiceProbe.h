@@ -11,8 +11,8 @@ enum class ServiceStart { ALLOWED, REFUSED };
 /// methods of the class IoMapping wait for 5 seconds; this one waits as long as its caller has.
 ///
 /// @param limit how long the connection and the answer may take together
-/// @throws tesk::InputOutputException in the words of the class IoMapping: the bus cannot be
-///         reached, or the service is not there or has not answered in time
+/// @throws ServiceError in the words of the class IoMapping: the bus cannot be reached, or the
+///         service is not there or has not answered in time
 void probeService(std::chrono::milliseconds limit, ServiceStart start);
 
 /// How long a probe may take for a user who waits until a time: what is left, but no less than

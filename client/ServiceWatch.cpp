@@ -15,7 +15,7 @@ constexpr std::chrono::milliseconds TIME_LIMIT(5000);
 constexpr const char* TIMED_OUT = "Timeout was reached";
 
 [[noreturn]] void failWithoutBus(const char* reason) {
-    throw Failure(std::string("cannot reach the D-Bus system bus: ") + reason);
+    throw Failure(std::string("cannot reach the D-Bus system bus: ") + reason, EXIT_NO_SERVICE);
 }
 
 ObjectOwner<GDBusConnection> connect(GCancellable* cancellable) {

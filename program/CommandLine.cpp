@@ -20,7 +20,8 @@ void parse(CLI::App& app, int argc, char** argv) {
 }  // namespace
 
 int runProgram(CLI::App& app, int argc, char** argv,
-               std::string (*reasonOf)(const std::exception& error)) {
+               std::string (*reasonOf)(const std::exception& error),
+               int (*statusOf)(const std::exception& error)) {
     fillStandardDescriptors();
     int status = EXIT_SUCCESS;
     try {
@@ -32,7 +33,7 @@ int runProgram(CLI::App& app, int argc, char** argv,
     } catch (const UsageError& e) {
         status = reportUsageError(app.get_name(), e.what());
     } catch (const std::exception& e) {
-        status = report(app.get_name(), reasonOf(e), EXIT_FAILURE);
+        status = report(app.get_name(), reasonOf(e), statusOf(e));
     }
     std::cout.flush();
     return status != EXIT_SUCCESS || std::cout.good()

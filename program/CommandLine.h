@@ -3,6 +3,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdlib>
 #include <exception>
 #include <string>
 
@@ -13,7 +14,11 @@
 /// An app that takes a subcommand (`app.require_subcommand(0, 1)`) is refused a line without one.
 ///
 /// @param reasonOf gives the words for an exception that the work has thrown
-/// @return the exit status: EXIT_SUCCESS; EXIT_FAILURE if the work or the output failed; EXIT_USAGE
-///         if the command line cannot be understood
-int runProgram(CLI::App& app, int argc, char** argv,
-               std::string (*reasonOf)(const std::exception& error));
+/// @param statusOf gives the exit status for it
+/// @return the exit status: EXIT_SUCCESS; what `statusOf` gives if the work failed; EXIT_FAILURE if
+///         the output failed; EXIT_USAGE if the command line cannot be understood
+int runProgram(
+    CLI::App& app, int argc, char** argv, std::string (*reasonOf)(const std::exception& error),
+    int (*statusOf)(const std::exception& error) = [](const std::exception& /*error*/) {
+        return EXIT_FAILURE;
+    });

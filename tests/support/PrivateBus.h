@@ -25,6 +25,9 @@ class PrivateBus {
     /// @param command the program's absolute path and its arguments
     void startOnDemand(const std::string& name, const std::string& command) const;
 
+    /// Has the bus refuse everybody all calls to a name from now on.
+    void deny(const std::string& name) const;
+
     /// Sends a signal to the bus.
     void signal(int number) const;
 
@@ -34,6 +37,7 @@ class PrivateBus {
  private:
     TemporaryDirectory directory;
     std::filesystem::path services;
+    std::filesystem::path policies;
     std::string busAddress;
     std::unique_ptr<Process> daemon;
 };

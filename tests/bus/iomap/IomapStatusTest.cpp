@@ -28,7 +28,7 @@ class IomapStatusTest : public IomapFixture {
     static void expectFailureAfterASecond(const std::vector<std::string>& arguments,
                                           const std::string& reason) {
         const auto start = std::chrono::steady_clock::now();
-        expectFailure(iomap(arguments), 1, reason);
+        expectFailure(iomap(arguments), 3, reason);
         const auto taken = std::chrono::steady_clock::now() - start;
         EXPECT_GE(taken, std::chrono::milliseconds(1000));
         EXPECT_LT(taken, std::chrono::milliseconds(EMULATED || SANITIZED ? 6000 : 1500));
@@ -114,25 +114,25 @@ TEST_F(IomapStatusTest, FirmwareAndHardwareThatCannotBeReadShowTheirErrors) {
         "hardware_error": ")" + missing + R"("})"));
 }
 
-TEST_F(IomapStatusTest, WithoutAServiceItIsStatus1AndSaysSo) {
-    expectFailure(iomap({"status"}), 1, ABSENT);
+TEST_F(IomapStatusTest, WithoutAServiceItIsStatus3AndSaysSo) {
+    expectFailure(iomap({"status"}), 3, ABSENT);
     const Outcome outcome = iomap({"status", "--json"});
-    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.status, 3);
     EXPECT_EQ(outcome.output, "{\"alive\":false}\n");
     EXPECT_EQ(outcome.errors, std::string("iomap: ") + ABSENT + "\n");
 }
 
 TEST_F(IomapStatusTest, AServiceThatTheBusCanStartIsReportedAndNotStarted) {
     bus.startOnDemand(BusClient::SERVICE, DAEMON + " --map " + directory.file("map.json", map));
-    expectFailure(iomap({"status"}), 1, ABSENT);
-    expectFailure(iomap({"status"}), 1, ABSENT);
+    expectFailure(iomap({"status"}), 3, ABSENT);
+    expectFailure(iomap({"status"}), 3, ABSENT);
 }
 
-TEST_F(IomapStatusTest, AStoppedBusIsStatus1After5Seconds) {
+TEST_F(IomapStatusTest, AStoppedBusIsStatus3After5Seconds) {
     bus.signal(SIGSTOP);
     const auto start = std::chrono::steady_clock::now();
     expectFailure(
-        iomap({"status"}), 1,
+        iomap({"status"}), 3,
         "cannot reach the D-Bus system bus: Timeout was reached; is dbus-daemon running?");
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(9));
 }
@@ -162,10 +162,10 @@ TEST_F(IomapStatusTest, WaitingEndsAsSoonAsAStoppedServiceGoesOn) {
     EXPECT_THAT(waiter.standardOutput(), HasSubstr("registers: 15\n"));
 }
 
-TEST_F(IomapStatusTest, WithoutABusItIsStatus1AndSaysSo) {
+TEST_F(IomapStatusTest, WithoutABusItIsStatus3AndSaysSo) {
     bus.kill();
     const Outcome outcome = iomap({"status", "--json"});
-    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.status, 3);
     EXPECT_EQ(outcome.output, "{\"alive\":false}\n");
     EXPECT_EQ(outcome.errors,
               "iomap: cannot reach the D-Bus system bus: Could not connect: Connection refused; is "
@@ -174,7 +174,7 @@ TEST_F(IomapStatusTest, WithoutABusItIsStatus1AndSaysSo) {
 
 TEST_F(IomapStatusTest, WaitingEndsInVainWhenTheTimeIsUp) {
     const auto start = std::chrono::steady_clock::now();
-    expectFailure(iomap({"status", "--wait", EMULATED ? "5" : "0.5"}), 1, ABSENT);
+    expectFailure(iomap({"status", "--wait", EMULATED ? "5" : "0.5"}), 3, ABSENT);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
 }
 

@@ -14,6 +14,8 @@ using testing::MatchesRegex;
 using Arguments = std::vector<std::string>;
 
 constexpr const char* ABSENT = "the service is not running; start iomappingd";
+constexpr const char* DENIED =
+    "this user may not do that; become root or a member of the group io-mapping";
 
 /// The command line of iomap, and what its subcommands have in common.
 class IomapTest : public IomapFixture {
@@ -38,7 +40,9 @@ class IomapTest : public IomapFixture {
 
 TEST_F(IomapTest, HelpNamesEverySubcommandAndOption) {
     const std::vector<std::pair<Arguments, Arguments>> cases{
-        {{}, {"list ", "read ", "write ", "info ", "watch ", "status ", "--version"}},
+        {{},
+         {"list ", "read ", "write ", "info ", "watch ", "status ", "--version",
+          "\n  3  no service", "\n  4  this user has not the right\n", "man iomap"}},
         {{"list"}, {"--type TYPE", "--json"}},
         {{"read"}, {"ADDR|FIRST-LAST", "--json"}},
         {{"write"}, {"ADDR=VALUE", "--json"}},
@@ -116,24 +120,43 @@ TEST_F(IomapTest, ATypeThatIsUnknownIsStatus2AndTheTypesAreNamed) {
     }
 }
 
-TEST_F(IomapTest, WithoutAServiceEverySubcommandIsStatus1AndOneLine) {
+TEST_F(IomapTest, WithoutAServiceEverySubcommandIsStatus3AndOneLine) {
     for (const Arguments& use : uses) {
         SCOPED_TRACE(use.front());
-        expectFailure(iomap(use), 1, ABSENT);
+        expectFailure(iomap(use), 3, ABSENT);
     }
-    expectFailure(iomap({"write", "1=1"}), 1, std::string("register 1: ") + ABSENT);
+    expectFailure(iomap({"write", "1=1"}), 3, std::string("register 1: ") + ABSENT);
 }
 
-TEST_F(IomapTest, WithoutABusEverySubcommandIsStatus1AndOneLine) {
+TEST_F(IomapTest, WithoutABusEverySubcommandIsStatus3AndOneLine) {
     bus.kill();
     std::vector<Arguments> all = uses;
     all.push_back({"write", "1=1"});
     for (const Arguments& use : all) {
         SCOPED_TRACE(use.front());
-        expectFailure(iomap(use), 1,
+        expectFailure(iomap(use), 3,
                       "cannot reach the D-Bus system bus: Could not connect: Connection refused; "
                       "is dbus-daemon running?");
     }
+}
+
+TEST_F(IomapTest, AServiceThatCannotBeStartedIsStatus3) {
+    bus.startOnDemand(BusClient::SERVICE, "/bin/false");
+    for (const Arguments& use : uses) {
+        SCOPED_TRACE(use.front());
+        EXPECT_EQ(iomap(use).status, 3);
+    }
+    EXPECT_EQ(iomap({"write", "1=1"}).status, 3);
+}
+
+TEST_F(IomapTest, WhatThePolicyOfTheBusDoesNotAllowIsStatus4) {
+    startService(map);
+    bus.deny(BusClient::SERVICE);
+    for (const Arguments& use : uses) {
+        SCOPED_TRACE(use.front());
+        expectFailure(iomap(use), 4, DENIED);
+    }
+    expectFailure(iomap({"write", "1=1"}), 4, std::string("register 1: ") + DENIED);
 }
 
 TEST_F(IomapTest, AServiceThatDoesNotAnswerIsAskedNoMore) {
@@ -147,7 +170,7 @@ TEST_F(IomapTest, AServiceThatDoesNotAnswerIsAskedNoMore) {
     }
     runs.push_back(std::make_unique<Process>(commandOf({"read", "1-100"})));
     for (const auto& process : runs) {
-        EXPECT_EQ(process->waitForExit(), 1);
+        EXPECT_EQ(process->waitForExit(), 3);
         EXPECT_EQ(process->standardOutput(), "");
         EXPECT_EQ(process->standardError(),
                   "iomap: the service does not answer; restart iomappingd\n");

@@ -78,7 +78,7 @@ TEST_F(IomapWriteTest, SaysSoWhenNothingIsDone) {
 TEST_F(IomapWriteTest, AServiceThatDoesNotAnswerIsGivenUpAfterOneTimeout) {
     service->signal(SIGSTOP);
     const auto start = std::chrono::steady_clock::now();
-    expectFailure(iomap({"write", "20=5"}), 1,
+    expectFailure(iomap({"write", "20=5"}), 3,
                   "register 20: the service does not answer; restart iomappingd; the write may "
                   "still be carried out");
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(9));

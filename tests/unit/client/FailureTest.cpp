@@ -58,6 +58,28 @@ TEST(FailureTest, OtherWordsAreToldAsTheyAre) {
     EXPECT_EQ(reason(""), "");
 }
 
+TEST(FailureTest, TheExitStatusTellsAServiceThatIsNotThereFromARefusal) {
+    for (const Cause cause :
+         {Cause::NO_SERVICE, Cause::NO_REPLY, Cause::TIMED_OUT, Cause::NO_BUS}) {
+        EXPECT_EQ(exitStatusOf(failure(cause)), 3) << static_cast<int>(cause);
+    }
+    EXPECT_EQ(exitStatusOf(failure(Cause::ACCESS_DENIED)), 4);
+    for (const Cause cause : {Cause::REFUSED, Cause::LIMITS_EXCEEDED, Cause::OTHER}) {
+        EXPECT_EQ(exitStatusOf(failure(cause)), 1) << static_cast<int>(cause);
+    }
+    EXPECT_EQ(exitStatusOf(std::runtime_error("something else")), 1);
+}
+
+TEST(FailureTest, WhatSystemdDoesNotStartIsNotThere) {
+    EXPECT_EQ(exitStatusOf(ServiceError("", Cause::OTHER, "org.freedesktop.systemd1.UnitMasked")),
+              3);
+}
+
+TEST(FailureTest, AFailureHasAnExitStatusOfItsOwn) {
+    EXPECT_EQ(exitStatusOf(Failure("refused")), 1);
+    EXPECT_EQ(exitStatusOf(Failure("no bus", EXIT_NO_SERVICE)), 3);
+}
+
 TEST(FailureTest, OnlyTheAnswerOfTheServiceIsARefusal) {
     EXPECT_TRUE(isRefusal(failure(Cause::REFUSED)));
     for (const Cause cause : {Cause::NO_SERVICE, Cause::NO_REPLY, Cause::TIMED_OUT,

@@ -9,8 +9,8 @@
 
 #include "Build.h"
 #include "PrivateBus.h"
+#include "ServiceError.h"
 #include "client/Failure.h"
-#include "tesk/Exceptions.h"
 
 namespace {
 
@@ -23,7 +23,8 @@ class ServiceProbeTest : public testing::Test {
     static std::string reason(ServiceStart start) {
         try {
             probeService(milliseconds(EMULATED ? 3000 : 300), start);
-        } catch (const tesk::InputOutputException& e) {
+        } catch (const ServiceError& e) {
+            EXPECT_EQ(exitStatusOf(e), EXIT_NO_SERVICE);
             return reasonOf(e);
         }
         return "none";

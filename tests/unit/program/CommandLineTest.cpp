@@ -37,13 +37,18 @@ class CommandLineTest : public testing::Test {
         for (std::string& argument : arguments) {
             pointers.push_back(argument.data());
         }
-        std::exit(runProgram(
-            app, static_cast<int>(pointers.size()), pointers.data(),
-            [](const std::exception& e) { return std::string("it failed: ") + e.what(); }));
+        const auto reasonOf = [](const std::exception& e) {
+            return std::string("it failed: ") + e.what();
+        };
+        const int count = static_cast<int>(pointers.size());
+        std::exit(statusOf == nullptr
+                      ? runProgram(app, count, pointers.data(), reasonOf)
+                      : runProgram(app, count, pointers.data(), reasonOf, statusOf));
     }
 
     CLI::App app{"A tool.", "tool"};
     int number{0};
+    int (*statusOf)(const std::exception& error){nullptr};
     std::function<void()> work = [] { std::cout << "done\n"; };
 };
 
@@ -54,6 +59,13 @@ TEST_F(CommandLineTest, WorkThatIsDoneIsStatus0) {
 TEST_F(CommandLineTest, WorkThatFailsIsStatus1AndOneLineInTheWordsOfTheProgram) {
     work = [] { throw std::runtime_error("no\nluck"); };
     EXPECT_EXIT(run({"work"}), ExitedWithCode(1), "^tool: it failed: no luck\n$");
+}
+
+TEST_F(CommandLineTest, AProgramMayHaveStatusesOfItsOwnForFailures) {
+    work = [] { throw std::runtime_error("no luck"); };
+    statusOf = [](const std::exception& /*error*/) { return 77; };
+    EXPECT_EXIT(run({"work"}), ExitedWithCode(77), "^tool: it failed: no luck\n$");
+    EXPECT_EXIT(run({"--bogus"}), ExitedWithCode(2), "--bogus");
 }
 
 TEST_F(CommandLineTest, WhatIsNotUnderstoodIsStatus2AndOneLine) {
