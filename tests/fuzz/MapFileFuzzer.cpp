@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <exception>
 #include <memory>
+#include <sstream>
+#include <string>
 
 #include "DriverManager.h"
 #include "MapFile.h"
@@ -52,16 +54,27 @@ struct Service {
     }
 
     void load(const std::uint8_t* data, std::size_t size) {
-        file.replace(data, size);
         try {
-            // Most texts are refused here. To put a map on the bus takes five times as long.
-            if (registersIn(MapFile::readFields(file.path())) <= MOST_REGISTERS) {
-                RegisterMap map(peer.service(), file.path(), drivers);
-                map.parse();
+            // Most texts are refused here. Neither a file nor the bus has to see them.
+            std::istringstream text(std::string(data, data + size));
+            if (registersIn(MapFile::parseFields(text, "")) <= MOST_REGISTERS) {
+                file.replace(data, size);
+                putOnBus();
             }
         } catch (const std::exception&) {
             // The map is refused.
         }
+    }
+
+ private:
+    void putOnBus() {
+        try {
+            RegisterMap map(peer.service(), file.path(), drivers);
+            map.parse();
+        } catch (const std::exception&) {
+            // A field is refused.
+        }
+        // The object that has left the bus is let go here.
         while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
         }
     }
