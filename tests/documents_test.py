@@ -19,7 +19,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 MAN_PAGES = sorted((ROOT / "docs/man").iterdir())
 MARKDOWN = [ROOT / name for name in ("README.md", "CONTRIBUTING.md", "CHANGELOG.md")] + sorted(
     (ROOT / "docs").glob("*.md"))
-OURS = {"iomap", "iomappingd", "iomap-sim"}
+OURS = {"iomap", "iomappingd", "iomap-mqtt", "iomap-sim"}
 # Whose --help does not tell, or not all of it.
 HELP = {"gdbus": ["gdbus", "{0}", "--help"],
         "cmake": ["sh", "-c", "cmake --help; cmake --build; cmake --install"],

@@ -1,0 +1,224 @@
+// SPDX-License-Identifier: MIT
+#include <csignal>
+
+#include "MqttFixture.h"
+
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+class IomapMqttTest : public MqttFixture {
+ protected:
+    /// The registers as `iomap list --json` has them, from a snapshot.
+    static std::string listOf(const std::string& snapshot) {
+        const auto message =
+            Poco::JSON::Parser().parse(snapshot).extract<Poco::JSON::Object::Ptr>();
+        Poco::JSON::Array table;
+        for (const auto& entry : *message->getArray("registers")) {
+            const auto row = entry.extract<Poco::JSON::Array::Ptr>();
+            Poco::JSON::Object::Ptr object(new Poco::JSON::Object);
+            object->set("address", row->get(0));
+            object->set("type", row->get(1));
+            object->set("index", row->get(2));
+            object->set("maximum", row->get(3));
+            object->set("value", row->get(4));
+            table.add(object);
+        }
+        std::ostringstream text;
+        table.stringify(text);
+        return json(text.str());
+    }
+};
+
+TEST_F(IomapMqttTest, TellsOfItselfAndOfAllRegisters) {
+    startService(map);
+    startBroker();
+    subscriber = subscribe();
+    gateway = launchGateway();
+    EXPECT_EQ(next("status"), "online");
+    EXPECT_THAT(next("info"), AllOf(HasSubstr(R"("registers":5)"), HasSubstr(R"("service":true)"),
+                                    HasSubstr(R"("20":{"scale":0.1,)")));
+    EXPECT_THAT(next("data"), AllOf(HasSubstr(R"("sequence":1,)"), HasSubstr("[[1,0,")));
+    const auto late = subscribe();
+    EXPECT_THAT(late->waitForLine(">iomap/device/status"), HasSubstr(" 1 online")) << "retained";
+}
+
+TEST_F(IomapMqttTest, AChangeIsToldWithItsLabel) {
+    startAll();
+    EXPECT_THAT(next("r/level"), HasSubstr(R"({"value":0,)"));
+    iomapDone({"write", "20=215"});
+    next("data", "[20,215,");
+    next("r/level", R"({"value":21.5,"text":"21.5 cm","raw":215,)");
+    iomapDone({"write", "20=218"});
+    next("data", "[20,218,");
+    iomapDone({"write", "20=225"});
+    EXPECT_THAT(next("r/level"), HasSubstr(R"("raw":225,)")) << "218 is within the deadband";
+}
+
+TEST_F(IomapMqttTest, ASnapshotHoldsWhatTheCommandLists) {
+    startAll();
+    iomapDone({"write", "2=7", "20=0xFFFFFFFF"});
+    next("data", "[20,-1,");
+    publish("get", R"({"token": "t1"})");
+    const std::string snapshot = next("snapshot");
+    EXPECT_THAT(snapshot, HasSubstr(R"("token":"t1","part":1,"parts":1,)"));
+    EXPECT_EQ(listOf(snapshot), iomapJson({"list", "--json"}));
+    publish("get", R"({"token": "t2"})");
+    EXPECT_THAT(next("ack"), AllOf(HasSubstr(R"("token":"t2")"), HasSubstr("every 5 s at most")));
+}
+
+TEST_F(IomapMqttTest, OnlyWhatIsListedCanBeWritten) {
+    startAll(R"("writable": ["1-2"])");
+    publish("set/pump", R"({"token": "a", "value": "on"})");
+    EXPECT_EQ(next("ack"), R"({"token":"a","set":"pump","ok":true})");
+    gateway->waitForLine("write register 2 (virtual 2) = 1, token 'a'");
+    publish("set/1", "200");
+    EXPECT_EQ(next("ack"), R"({"set":"1","ok":true})");
+    publish("set/3", "1");
+    EXPECT_THAT(next("ack"), HasSubstr("register 3 may not be written over the network"));
+    gateway->waitForLine("set '3' to '1' refused: ");
+    EXPECT_EQ(iomapDone({"read", "1", "2", "3"}), "200\n1\n0\n");
+}
+
+TEST_F(IomapMqttTest, WithoutAListNothingCanBeWritten) {
+    startAll();
+    publish("set/2", "1");
+    EXPECT_THAT(next("ack"), HasSubstr(R"("ok":false)"));
+    EXPECT_EQ(iomapDone({"read", "2"}), "0\n");
+}
+
+TEST_F(IomapMqttTest, TheServicesOwnWordsComeBack) {
+    startAll(R"("writable": ["1-9"])");
+    publish("set/1", "256");
+    EXPECT_THAT(next("ack"), AllOf(HasSubstr(R"("ok":false,"error":")"), HasSubstr("256")));
+    publish("set/9", "1");
+    EXPECT_THAT(next("ack"), HasSubstr("there is no register 9"));
+    publish("set/1", "{\"value\":");
+    EXPECT_THAT(next("ack"), HasSubstr("the payload is no JSON"));
+}
+
+TEST_F(IomapMqttTest, ARetainedRequestIsIgnored) {
+    startService(map);
+    startBroker();
+    publish("set/2", "1", {"-r"});
+    gateway = launchGateway(R"("writable": ["1-9"])");
+    gateway->waitForLine("a retained message of 'iomap/device/set/2' is ignored");
+    subscriber = subscribe();
+    publish("set/1", "1");
+    EXPECT_THAT(next("ack"), HasSubstr(R"("set":"1")"));
+    EXPECT_EQ(iomapDone({"read", "1", "2"}), "1\n0\n");
+}
+
+TEST_F(IomapMqttTest, ACleanStopSaysOfflineAtOnce) {
+    startAll();
+    gateway->signal(SIGTERM);
+    EXPECT_EQ(gateway->waitForExit(), 0);
+    next("status", "offline");
+    EXPECT_THAT(subscribe()->waitForLine(">iomap/device/status"), HasSubstr(" 1 offline"));
+}
+
+TEST_F(IomapMqttTest, TheBrokerSaysOfflineForAProgramThatWasKilled) {
+    startAll();
+    gateway->signal(SIGKILL);
+    next("status", "offline");
+}
+
+TEST_F(IomapMqttTest, WithoutTheServiceNoValueIsShown) {
+    Process& service = startService(map);
+    startBroker();
+    subscriber = subscribe();
+    gateway = launchGateway();
+    next("data", "[20,0,");
+    service.signal(SIGKILL);
+    service.waitForExit();
+    next("info", R"("service":false)");
+    EXPECT_THAT(next("data", "[1,null,"), HasSubstr(R"(,"the service does not answer"])"));
+    startService(map);
+    next("info", R"("service":true)");
+    next("data", "[1,0,");
+}
+
+TEST_F(IomapMqttTest, AnotherProtocolVersionDoesTheSame) {
+    startService(map);
+    startBroker();
+    subscriber = subscribe();
+    gateway = launchGateway(R"("writable": ["1"])", {}, R"(, "version": "5")");
+    next("data");
+    publish("set/1", "5");
+    EXPECT_EQ(next("ack"), R"({"set":"1","ok":true})");
+}
+
+TEST_F(IomapMqttTest, ChangesOfAnOutageAreReplayed) {
+    startAll();
+    broker->signal(SIGKILL);
+    broker->waitForExit();
+    gateway->waitForLine("is lost: ");
+    iomapDone({"write", "1=11"});
+    iomapDone({"write", "1=12"});
+    startBroker();
+    subscriber = subscribe();
+    next("status", "online");
+    // The first changes of all may not have been acknowledged either.
+    std::string replayed;
+    while (replayed.find("[1,12,") == std::string::npos) {
+        replayed += next("replay");
+    }
+    EXPECT_THAT(replayed, HasSubstr("[1,11,"));
+    iomapDone({"write", "1=13"});
+    next("data", "[1,13,");
+}
+
+TEST_F(IomapMqttTest, AnOutageMayOutlastTheProgram) {
+    startAll();
+    const std::string state = directory.path() / "state";
+    std::filesystem::create_directory(state);
+    gateway = launchGateway("", {{"STATE_DIRECTORY", state}});
+    next("data", "[20,0,");
+    broker->signal(SIGKILL);
+    gateway->waitForLine("is lost: ");
+    iomapDone({"write", "1=11"});
+    // The service has answered, so the change is on its way; the next end waits for it.
+    while (iomapDone({"read", "1"}) != "11\n") {
+    }
+    gateway->signal(SIGTERM);
+    EXPECT_EQ(gateway->waitForExit(), 0);
+    startBroker();
+    subscriber = subscribe();
+    gateway = launchGateway("", {{"STATE_DIRECTORY", state}});
+    next("replay", "[1,11,");
+}
+
+TEST_F(IomapMqttTest, ARefusedLoginWaitsForAMinute) {
+    startBroker("allow_anonymous false\n");
+    gateway = launchGateway();
+    EXPECT_THAT(gateway->waitForLine("refuses the login"),
+                AllOf(HasSubstr("cannot connect to the broker 127.0.0.1:"),
+                      HasSubstr("not authorised"), HasSubstr("next attempt in 6")));
+}
+
+TEST_F(IomapMqttTest, ThePasswordIsACredential) {
+    const std::string passwords = directory.path() / "passwords";
+    expectSuccess(outcomeOf({"mosquitto_passwd", "-b", "-c", passwords, "device", "secret word"}));
+    startBroker("allow_anonymous false\npassword_file " + passwords + "\n");
+    directory.file("credentials/mqtt-password", "secret word\n");
+    gateway = launchGateway("", {{"CREDENTIALS_DIRECTORY", directory.path() / "credentials"}},
+                            R"(, "user": "device")");
+    gateway->waitForLine("connected to the broker");
+    gateway->signal(SIGTERM);
+    gateway->waitForExit();
+    EXPECT_THAT(gateway->standardError(), Not(HasSubstr("secret word")));
+}
+
+TEST_F(IomapMqttTest, ChecksAConfiguration) {
+    const std::string config =
+        directory.file("bad.json", R"({"broker": {"port": 0}, "writeable": [1]})");
+    const Outcome outcome = outcomeOf({IOMAP_MQTT, "--check", "--config", config});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, config + ": broker.port must be a number from 1 to 65535\n" + config +
+                                  ": writeable is no key of this object\n");
+    EXPECT_THAT(outcome.errors, HasSubstr("2 faults"));
+}
+
+}  // namespace

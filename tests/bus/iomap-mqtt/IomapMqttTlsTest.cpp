@@ -1,0 +1,153 @@
+// SPDX-License-Identifier: MIT
+#include <poll.h>
+
+#include <chrono>
+#include <fstream>
+
+#include "Build.h"
+#include "MqttFixture.h"
+
+namespace {
+
+using testing::AnyOf;
+using testing::HasSubstr;
+
+/// A server that takes connections and does with them what the test wants.
+class BareServer {
+ public:
+    explicit BareServer(int port) : listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        const int on = 1;
+        ::setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
+        EXPECT_EQ(::bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)),
+                  0);
+        EXPECT_EQ(::listen(listener.get(), 8), 0);
+    }
+
+    /// Takes a connection and its first bytes.
+    FileDescriptor accept() const {
+        FileDescriptor connection(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        std::array<char, 4096> hello{};
+        EXPECT_GT(::read(connection.get(), hello.data(), hello.size()), 0);
+        return connection;
+    }
+
+ private:
+    FileDescriptor listener;
+};
+
+class IomapMqttTlsTest : public MqttFixture {
+ protected:
+    /// Makes a certificate that vouches for itself, in cert.pem and key.pem.
+    ///
+    /// @param name whose it is, such as "IP:127.0.0.1"
+    /// @param end when it ends, or ended
+    void makeCertificate(const std::string& name, const std::string& end = "20991231000000Z") {
+        const std::string place = directory.path();
+        directory.file("index.txt", "");
+        directory.file("serial", "01\n");
+        const std::string config = directory.file(
+            "ca.conf", "[ca]\ndefault_ca=x\n[x]\ndatabase=" + place +
+                           "/index.txt\nserial=" + place + "/serial\nnew_certs_dir=" + place +
+                           "\ndefault_md=sha256\npolicy=p\nx509_extensions=e\n[p]\n"
+                           "commonName=supplied\n[e]\nsubjectAltName=" +
+                           name + "\nbasicConstraints=CA:true\n[req]\ndistinguished_name=d\n[d]\n");
+        run({"openssl", "req", "-config", config, "-new", "-newkey", "rsa:2048", "-nodes",
+             "-keyout", place + "/key.pem", "-out", place + "/request.pem", "-subj", "/CN=broker"});
+        run({"openssl", "ca", "-batch", "-config", config, "-selfsign", "-keyfile",
+             place + "/key.pem", "-in", place + "/request.pem", "-out", place + "/cert.pem",
+             "-notext", "-startdate", "20200101000000Z", "-enddate", end});
+    }
+
+    static void run(const std::vector<std::string>& command) {
+        const Outcome outcome = outcomeOf(command);
+        ASSERT_EQ(outcome.status, 0) << outcome.errors;
+    }
+
+    void startTlsBroker() {
+        const std::string place = directory.path();
+        startBroker("allow_anonymous true\ncertfile " + place + "/cert.pem\nkeyfile " + place +
+                    "/key.pem\n");
+    }
+
+    void launchTlsGateway() {
+        gateway = launchGateway(
+            "", {},
+            R"(, "tls": true, "ca_file": ")" + (directory.path() / "cert.pem").string() + "\"");
+    }
+
+    /// How much time of the processor a process has used, in seconds.
+    static double processorTime(pid_t pid) {
+        std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+        std::string text;
+        std::getline(file, text);
+        std::istringstream fields(text.substr(text.rfind(')') + 2));
+        std::string skipped;
+        for (int field = 0; field < 11; ++field) {
+            fields >> skipped;
+        }
+        double user = 0;
+        double system = 0;
+        fields >> user >> system;
+        return (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+    }
+};
+
+TEST_F(IomapMqttTlsTest, ABrokerWithTheRightCertificateIsTrusted) {
+    makeCertificate("IP:127.0.0.1");
+    startTlsBroker();
+    launchTlsGateway();
+    gateway->waitForLine("connected to the broker");
+}
+
+TEST_F(IomapMqttTlsTest, ABrokerOfAnotherNameIsNotTrustedUntilItsCertificateIsRight) {
+    makeCertificate("DNS:other.example.org");
+    startTlsBroker();
+    launchTlsGateway();
+    EXPECT_THAT(
+        gateway->waitForLine("cannot connect to the broker"),
+        AnyOf(HasSubstr("host name verification failed"), HasSubstr("certificate verify failed")));
+    broker.reset();
+    makeCertificate("IP:127.0.0.1");
+    startTlsBroker();
+    gateway->waitForLine("connected to the broker");
+}
+
+TEST_F(IomapMqttTlsTest, ACertificateThatHasExpiredIsNotTrusted) {
+    makeCertificate("IP:127.0.0.1", "20200102000000Z");
+    startTlsBroker();
+    launchTlsGateway();
+    EXPECT_THAT(gateway->waitForLine("cannot connect to the broker"),
+                HasSubstr("certificate verify failed"));
+}
+
+TEST_F(IomapMqttTlsTest, ABrokerThatGoesInTheHandshakeIsTriedAgain) {
+    makeCertificate("IP:127.0.0.1");
+    {
+        const BareServer server(port);
+        launchTlsGateway();
+        server.accept();
+        gateway->waitForLine("cannot connect to the broker");
+    }
+    startTlsBroker();
+    gateway->waitForLine("connected to the broker");
+}
+
+TEST_F(IomapMqttTlsTest, ABrokerThatSaysNothingDoesNotUseUpTheProcessor) {
+    makeCertificate("IP:127.0.0.1");
+    const BareServer server(port);
+    launchTlsGateway();
+    const FileDescriptor connection = server.accept();
+    const double before = processorTime(gateway->pid());
+    constexpr int WATCHED_MS = 3000;
+    // It must not hang up before its own limit; while it waits, it must not work.
+    pollfd entry{connection.get(), POLLRDHUP, 0};
+    EXPECT_EQ(::poll(&entry, 1, WATCHED_MS), 0);
+    const double share = (processorTime(gateway->pid()) - before) * 1000 / WATCHED_MS;
+    EXPECT_LE(share, SANITIZED || EMULATED ? 0.3 : 0.05);
+}
+
+}  // namespace

@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "IomapFixture.h"
+#include "support/FileDescriptor.h"
+
+/// A test of iomap-mqtt with the real service and a real broker on the loopback.
+class MqttFixture : public IomapFixture {
+ protected:
+    MqttFixture() : port(freePort()) {}
+
+    /// Starts the broker and waits until it listens.
+    ///
+    /// @param options lines for its configuration
+    void startBroker(const std::string& options = "allow_anonymous true\n") {
+        // Started by root, the broker would become a user who cannot read the test's files.
+        const std::string config =
+            directory.file("broker.conf", "user root\nlog_dest stderr\nlistener " +
+                                              std::to_string(port) + " 127.0.0.1\n" + options);
+        broker = std::make_unique<Process>(std::vector<std::string>{"mosquitto", "-c", config});
+        broker->waitForLine("running");
+    }
+
+    /// Starts somebody who hears everything.
+    std::unique_ptr<Process> subscribe(const std::string& topic = "iomap/#") const {
+        std::vector<std::string> command =
+            client("mosquitto_sub", {"-d", "-t", topic, "-F", ">%t %r %p"});
+        // Of a pipe, it would keep its lines to itself.
+        command.insert(command.begin(), {"stdbuf", "-oL"});
+        auto hearer = std::make_unique<Process>(command);
+        hearer->waitForLine("Subscribed");
+        return hearer;
+    }
+
+    /// Sends a message and waits until the broker has it.
+    void publish(const std::string& topic, const std::string& payload,
+                 const std::vector<std::string>& options = {}) const {
+        std::vector<std::string> arguments{"-q", "1", "-t", "iomap/device/" + topic, "-m", payload};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        expectSuccess(outcomeOf(client("mosquitto_pub", arguments)));
+    }
+
+    /// Starts iomap-mqtt.
+    ///
+    /// @param settings keys of the configuration besides the broker's and the device's
+    std::unique_ptr<Process> launchGateway(
+        const std::string& settings = "",
+        const std::map<std::string, std::string>& environment = {}, const std::string& more = "") {
+        const std::string labels = directory.file("labels.json", R"({"labels": {
+            "2": {"name": "pump", "states": {"0": "off", "1": "on"}},
+            "20": {"name": "level", "unit": "cm", "scale": 0.1, "deadband": 0.5}}})");
+        const std::string config = directory.file(
+            "mqtt.json", R"({"broker": {"host": "127.0.0.1", "port": )" + std::to_string(port) +
+                             more + R"(}, "device": "device", "labels": ")" + labels + "\"" +
+                             (settings.empty() ? "" : ", " + settings) + "}");
+        return std::make_unique<Process>(std::vector<std::string>{IOMAP_MQTT, "--config", config},
+                                         environment);
+    }
+
+    /// Everything at work: the service, the broker, a subscriber, and iomap-mqtt.
+    void startAll(const std::string& settings = "") {
+        startService(map);
+        startBroker();
+        subscriber = subscribe();
+        gateway = launchGateway(settings);
+        next("data", "[20,0,");
+    }
+
+    /// The payload of the next message of a topic. Messages of other topics wait for their turn.
+    std::string next(const std::string& topic) {
+        std::deque<std::string>& payloads = heard[topic];
+        while (payloads.empty()) {
+            const std::string line = subscriber->waitForLine(MARK);
+            const auto start = line.find(' ');
+            const std::string name = line.substr(MARK.size(), start - MARK.size());
+            heard[name].push_back(line.substr(start + 3));
+        }
+        const std::string payload = payloads.front();
+        payloads.pop_front();
+        return payload;
+    }
+
+    /// The payload of the next message of a topic that has a text in it; those before it are gone.
+    std::string next(const std::string& topic, const std::string& part) {
+        std::string payload;
+        do {
+            payload = next(topic);
+        } while (payload.find(part) == std::string::npos);
+        return payload;
+    }
+
+    std::vector<std::string> client(const std::string& program,
+                                    const std::vector<std::string>& arguments) const {
+        std::vector<std::string> command{program, "-h", "127.0.0.1", "-p", std::to_string(port)};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        return command;
+    }
+
+    /// A port of the loopback that nobody listens on.
+    static int freePort() {
+        const FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof(address);
+        ::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), size);
+        ::getsockname(socket.get(), reinterpret_cast<sockaddr*>(&address), &size);
+        return ntohs(address.sin_port);
+    }
+
+    const std::string map = mapOf(
+        {R"({"address": 1, "size": 8, "count": 4})", R"({"address": 20, "size": 32, "count": 1})"});
+    const std::string MARK{">iomap/device/"};
+    const int port;
+    std::map<std::string, std::deque<std::string>> heard;
+    std::unique_ptr<Process> broker;
+    std::unique_ptr<Process> subscriber;
+    std::unique_ptr<Process> gateway;
+};
