@@ -37,7 +37,7 @@ class Mailbox {
     /// The newest value of a labelled register.
     void setValue(const std::string& topic, std::string payload);
     void addReply(Reply reply);
-    void setInfo(DeviceInfo info);
+    void setInfo(DeviceInfo newest);
 
     /// Has something to read when there is something new for the network.
     int descriptor() const { return event.get(); }

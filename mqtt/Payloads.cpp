@@ -80,7 +80,7 @@ std::string ackOf(const Request& request, const std::string& error) {
     }
     text += request.action == Request::Action::SET ? "\"set\":" + quoted(request.target) + ","
                                                    : "\"get\":true,";
-    text += error.empty() ? "\"ok\":true" : "\"ok\":false,\"error\":" + quoted(error);
+    text += error.empty() ? R"("ok":true)" : R"("ok":false,"error":)" + quoted(error);
     return text + "}";
 }
 
@@ -89,7 +89,7 @@ std::string valueOf(const CachedRegister& entry, const Label& label, const Momen
     if (entry.state.quality != Quality::GOOD) {
         const std::string reason =
             entry.state.reason.empty() ? "the service does not run" : entry.state.reason;
-        return "{\"value\":null,\"error\":" + quoted(reason) + time;
+        return R"({"value":null,"error":)" + quoted(reason) + time;
     }
     const int raw = entry.state.value;
     const auto state = label.states.find(raw);
@@ -111,6 +111,7 @@ std::vector<std::string> snapshotOf(const std::string& token,
         rows.back() += (rows.back().empty() ? "" : ",") + row;
     }
     std::vector<std::string> messages;
+    messages.reserve(rows.size());
     for (const std::string& part : rows) {
         messages.push_back(
             "{\"token\":" + quoted(token) + ",\"part\":" + std::to_string(messages.size() + 1) +

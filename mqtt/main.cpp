@@ -54,12 +54,12 @@ const char* environmentOf(const char* name) {
 void checkFiles(const Options& options) {
     std::vector<std::string> faults = Settings::faultsOf(options.config);
     for (std::string& fault : faults) {
-        fault.insert(0, options.config + ": ");
+        fault.insert(0, ": ").insert(0, options.config);
     }
     if (faults.empty()) {
         const std::string labels = Settings::read(options.config).labelsFile;
-        for (const std::string& fault : Labels::faultsOf(labels)) {
-            faults.push_back(labels + ": " + fault);
+        for (std::string& fault : Labels::faultsOf(labels)) {
+            faults.push_back(fault.insert(0, ": ").insert(0, labels));
         }
     }
     for (const std::string& fault : faults) {
