@@ -2,11 +2,15 @@
 #include <glib.h>
 #include <malloc.h>
 #include <mosquitto.h>
+#include <systemd/sd-daemon.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
+#include <ctime>
 #include <future>
 #include <iostream>
 #include <thread>
@@ -19,17 +23,17 @@
 #include "Settings.h"
 #include "Uplink.h"
 #include "Version.h"
-#include "Watchdog.h"
 #include "client/Failure.h"
 #include "program/CommandLine.h"
 #include "program/LogOutput.h"
 
 namespace {
 
+using std::chrono::microseconds;
 using std::chrono::seconds;
 using Clock = std::chrono::steady_clock;
 
-/// How often systemd is told that all is well; WatchdogSec= of the unit is longer.
+/// How often the threads are looked at, unless the watchdog of systemd wants it more often.
 constexpr seconds ROUND(10);
 
 /// A thread that has not looked around for so long never will again. A resolver of names and
@@ -95,20 +99,34 @@ class Pulse {
     Clock::time_point seen{Clock::now()};
 };
 
+/// How often to look at the threads: so often that the watchdog of systemd hears in time.
+timespec roundOf() {
+    std::uint64_t limit = 0;
+    microseconds round = ROUND;
+    if (sd_watchdog_enabled(0, &limit) > 0) {
+        round = std::min(round, microseconds(limit / 3));
+    }
+    const auto whole = std::chrono::duration_cast<seconds>(round);
+    timespec time{};
+    time.tv_sec = static_cast<std::time_t>(whole.count());
+    time.tv_nsec = static_cast<long>(std::chrono::nanoseconds(round - whole).count());
+    return time;
+}
+
 /// Waits for a signal to end, and tells systemd meanwhile that both threads live.
 void supervise(const sigset_t& signals, const Gateway& gateway, const Uplink& uplink) {
     Pulse bus(gateway.heartbeat());
     Pulse network(uplink.heartbeat());
-    notifySystemd("READY=1");
-    const timespec round{ROUND.count(), 0};
+    const timespec round = roundOf();
+    sd_notify(0, "READY=1");
     while (sigtimedwait(&signals, nullptr, &round) < 0) {
         const auto now = Clock::now();
         const bool busLives = bus.isAlive(gateway.heartbeat(), now);
         if (network.isAlive(uplink.heartbeat(), now) && busLives) {
-            notifySystemd("WATCHDOG=1");
+            sd_notify(0, "WATCHDOG=1");
         }
     }
-    notifySystemd("STOPPING=1");
+    sd_notify(0, "STOPPING=1");
 }
 
 /// Never returns: the thread of the bus has no end of its own.

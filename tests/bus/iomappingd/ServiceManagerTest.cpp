@@ -1,18 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include <gmock/gmock.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <chrono>
 #include <csignal>
 #include <fstream>
 
 #include "BusFixture.h"
-#include "Deadline.h"
+#include "NotifyListener.h"
 #include "WatchedFiles.h"
 
 namespace {
@@ -22,40 +16,6 @@ using testing::HasSubstr;
 
 constexpr milliseconds LIMIT{EMULATED ? 8000 : 1200};
 constexpr const char* ALIVE = "WATCHDOG=1";
-
-/// The service manager's end of what a service tells.
-class Listener {
- public:
-    explicit Listener(const std::string& path) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-        EXPECT_EQ(bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-    }
-
-    /// The next message; empty when none comes in time.
-    std::string next(milliseconds patience = PATIENCE) const {
-        pollfd entry{socket.get(), POLLIN, 0};
-        std::array<char, 4096> text{};
-        const bool isThere = poll(&entry, 1, static_cast<int>(patience.count())) > 0;
-        const ssize_t size = isThere ? recv(socket.get(), text.data(), text.size(), 0) : 0;
-        return {text.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0))};
-    }
-
-    /// Waits until nothing has come for twice the watchdog's limit.
-    bool untilSilent() const {
-        const Deadline deadline;
-        while (!deadline.passed()) {
-            if (next(2 * LIMIT).empty()) {
-                return true;
-            }
-        }
-        return false;
-    }
-
- private:
-    FileDescriptor socket{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
-};
 
 class ServiceManagerTest : public BusFixture {
  protected:
@@ -67,7 +27,7 @@ class ServiceManagerTest : public BusFixture {
 
     const std::string map = mapOf({R"({"address": 1, "size": 8, "count": 7})"});
     const std::string socketPath = directory.path() / "notify";
-    const Listener listener{socketPath};
+    const NotifyListener listener{socketPath};
 };
 
 TEST_F(ServiceManagerTest, TheStatusHasTheNumberOfRegisters) {
@@ -78,7 +38,7 @@ TEST_F(ServiceManagerTest, TheStatusHasTheNumberOfRegisters) {
 TEST_F(ServiceManagerTest, WithoutAWatchdogNothingElseIsTold) {
     const auto service = launch(map, {}, {{"NOTIFY_SOCKET", socketPath}});
     EXPECT_THAT(listener.next(), HasSubstr("STATUS="));
-    EXPECT_TRUE(listener.untilSilent());
+    EXPECT_TRUE(listener.untilSilent(2 * LIMIT));
 }
 
 TEST_F(ServiceManagerTest, TheWatchdogHearsThatTheServiceIsAliveWellInTime) {
@@ -102,7 +62,7 @@ TEST_F(ServiceManagerTest, TheWatchdogHearsNothingOfAMainLoopThatHangs) {
     const auto service = launchWatched(map);
     EXPECT_THAT(listener.next(), HasSubstr("STATUS="));
     service->signal(SIGSTOP);
-    EXPECT_TRUE(listener.untilSilent());
+    EXPECT_TRUE(listener.untilSilent(2 * LIMIT));
     service->signal(SIGCONT);
     EXPECT_EQ(listener.next(), ALIVE);
 }
@@ -118,7 +78,7 @@ TEST_F(ServiceManagerTest, TheWatchdogHearsNothingWhileTheNotifierHangs) {
         files.set(1, value);
         files.set(2, value);
     }
-    EXPECT_TRUE(listener.untilSilent());
+    EXPECT_TRUE(listener.untilSilent(2 * LIMIT));
     bus.signal(SIGCONT);
     EXPECT_EQ(listener.next(), ALIVE);
 }
