@@ -9,6 +9,7 @@
 #include <thread>
 #include <utility>
 
+#include "Memory.h"
 #include "client/Failure.h"
 #include "tesk/Exceptions.h"
 
@@ -136,6 +137,7 @@ void Gateway::tryToLoad(RegisterCache& cache) {
         loaded = true;
         logger.notice("the service has " + std::to_string(cache.registers().size()) + " registers");
         tellInfo(cache);
+        giveBackMemory();
     } catch (const std::exception& e) {
         loseService(cache, reasonOf(e));
     }

@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "Memory.h"
+
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
@@ -119,6 +121,7 @@ void Uplink::welcome(Clock::time_point now) {
     unacknowledged[link->publish(topics.status, "online", true, true)] = {};
     infoDue = info.registers > 0;
     mailbox.askForValues();
+    giveBackMemory();
 }
 
 void Uplink::lose(const LinkFailure& failure, Clock::time_point now) {
