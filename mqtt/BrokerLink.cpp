@@ -192,6 +192,10 @@ void BrokerLink::subscribe(const std::string& topic) {
     check(mosquitto_subscribe(client.get(), nullptr, topic.c_str(), 1));
 }
 
+void BrokerLink::unsubscribe(const std::string& topic) {
+    check(mosquitto_unsubscribe(client.get(), nullptr, topic.c_str()));
+}
+
 void BrokerLink::disconnect() {
     mosquitto_disconnect(client.get());
 }

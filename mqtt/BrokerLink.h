@@ -86,6 +86,11 @@ class BrokerLink {
     /// @throws LinkFailure the connection is lost
     void subscribe(const std::string& topic);
 
+    /// No more messages of a topic.
+    ///
+    /// @throws LinkFailure the connection is lost
+    void unsubscribe(const std::string& topic);
+
     /// Tells the broker that the client goes in peace.
     void disconnect();
 

@@ -57,6 +57,7 @@ Gateway::Gateway(const Settings& configuration, Labels knownLabels, Mailbox& box
       settings(configuration),
       labels(std::move(knownLabels)),
       mailbox(box),
+      topics(configuration.prefix, configuration.device),
       session(std::move(sessionWord)),
       boot(bootId()) {}
 
@@ -88,10 +89,8 @@ void Gateway::serveBus() {
             heed(event, cache);
         }
         tryToLoad(cache);
-        if (mailbox.takeValuesWanted()) {
-            for (const auto& [address, entry] : cache.registers()) {
-                tellValue(entry, true);
-            }
+        if (mailbox.takeValuesWanted() || (loaded && Clock::now() >= tellAllAt)) {
+            tellAllValues(cache);
         }
         carryOut(io, cache);
         if (loaded) {
@@ -181,9 +180,30 @@ std::string Gateway::topicOf(int address, const Label& label) const {
     return label.name.empty() ? std::to_string(address) : label.name;
 }
 
+/// Home Assistant takes a value that is not told again for unknown.
+void Gateway::tellAllValues(const RegisterCache& cache) {
+    for (const auto& [address, entry] : cache.registers()) {
+        tellValue(entry, true);
+    }
+    if (settings.homeAssistant) {
+        tellAllAt = Clock::now() + seconds(settings.homeAssistant->expireAfter) / 3;
+    }
+}
+
 void Gateway::tellInfo(const RegisterCache& cache) {
-    mailbox.setInfo({settings.device, session, boot, loaded, cache.registers().size(),
-                     hashOf(cache.registers()), labelsText(labels), settings.writable});
+    DeviceInfo info{settings.device,
+                    session,
+                    boot,
+                    loaded,
+                    cache.registers().size(),
+                    hashOf(cache.registers()),
+                    labelsText(labels),
+                    settings.writable,
+                    {}};
+    if (settings.homeAssistant) {
+        info.entities = entitiesOf(cache.registers(), labels, settings, topics);
+    }
+    mailbox.setInfo(std::move(info));
 }
 
 void Gateway::carryOut(IoMapping& io, RegisterCache& cache) {

@@ -8,6 +8,7 @@
 
 #include "Mailbox.h"
 #include "Settings.h"
+#include "Topics.h"
 #include "client/Labels.h"
 #include "client/RegisterCache.h"
 #include "client/ServiceWatch.h"
@@ -36,6 +37,7 @@ class Gateway : private tesk::ObjectBase {
     void loseService(RegisterCache& cache, const std::string& reason);
     void tell(const CachedRegister& entry);
     void tellValue(const CachedRegister& entry, bool always);
+    void tellAllValues(const RegisterCache& cache);
     void tellInfo(const RegisterCache& cache);
     void carryOut(IoMapping& io, RegisterCache& cache);
     void answer(const Request& request, IoMapping& io, RegisterCache& cache);
@@ -50,11 +52,13 @@ class Gateway : private tesk::ObjectBase {
     const Settings& settings;
     Labels labels;
     Mailbox& mailbox;
+    Topics topics;
     std::string session;
     std::string boot;
     bool serviceThere{false};
     bool loaded{false};
     Clock::time_point loadAt{};
+    Clock::time_point tellAllAt{Clock::time_point::max()};
     std::map<int, double>
         shown;  ///< The scaled value of each labelled register that was told last.
     std::atomic<unsigned> beats{0};

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "HomeAssistant.h"
 #include "Moment.h"
 #include "Request.h"
 #include "client/Labels.h"
@@ -42,6 +43,7 @@ struct DeviceInfo {
     std::string hash;    ///< Of all registers, as hashOf() gives it.
     std::string labels;  ///< As labelsText() gives it.
     AddressRanges writable;
+    Entities entities;  ///< For Home Assistant; none without it.
 };
 
 /// @param dropped how many batches the store has dropped

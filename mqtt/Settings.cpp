@@ -105,6 +105,15 @@ PollPlan readPlan(ConfigSection section) {
     return plan;
 }
 
+HomeAssistantSettings readHomeAssistant(ConfigSection section) {
+    HomeAssistantSettings settings;
+    settings.prefix = prefixOf(section, "prefix", settings.prefix);
+    settings.name = section.text("name", "");
+    settings.expireAfter = section.whole("expire_after", settings.expireAfter, 10, 86'400);
+    section.refuseOthers();
+    return settings;
+}
+
 Settings readSettings(const std::string& path, std::vector<std::string>& faults) {
     ConfigSection root = ConfigSection::read(path, faults);
     Settings settings;
@@ -115,6 +124,9 @@ Settings readSettings(const std::string& path, std::vector<std::string>& faults)
     settings.labelsFile = fileOf(root, "labels", Labels::DEFAULT_FILE);
     settings.writable = root.ranges("writable");
     settings.retainValues = root.flag("retain_values", false);
+    if (root.has("home_assistant")) {
+        settings.homeAssistant = readHomeAssistant(root.section("home_assistant"));
+    }
     // For editors that check the file against it.
     root.text("$schema", "", LONGEST_PATH);
     root.refuseOthers();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,13 @@ struct BrokerSettings {
     std::string certificate;  ///< The client's own; empty: none. Its key is a credential.
 };
 
+/// How Home Assistant sees the device.
+struct HomeAssistantSettings {
+    std::string prefix{"homeassistant"};  ///< What its topics begin with.
+    std::string name;                     ///< Of the device; empty: its id.
+    int expireAfter{900};                 ///< Seconds after which a value counts as unknown.
+};
+
 /// The configuration of the program.
 struct Settings {
     /// Where the configuration is unless the command line says otherwise.
@@ -32,6 +40,7 @@ struct Settings {
     AddressRanges writable;
     PollPlan plan;
     bool retainValues{false};
+    std::optional<HomeAssistantSettings> homeAssistant;  ///< Without it, there is no discovery.
 
     /// Reads a configuration file.
     ///

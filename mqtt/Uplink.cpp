@@ -41,6 +41,11 @@ double randomPart() {
     return std::uniform_real_distribution<double>(0, 1)(generator);
 }
 
+/// A name begins with a letter.
+bool isAddress(const std::string& target) {
+    return target.front() >= '0' && target.front() <= '9';
+}
+
 std::string secondsText(milliseconds time) {
     const auto tenths = (time.count() + 99) / 100;
     return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + " s";
@@ -59,7 +64,11 @@ Uplink::Uplink(const Settings& configuration, Credentials secrets, Mailbox& box,
       boot(bootId()),
       store(stateDirectory),
       backoff(randomPart),
-      stopEvent(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {}
+      stopEvent(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+    if (settings.homeAssistant) {
+        discovery.emplace(settings, topics, randomPart);
+    }
+}
 
 void Uplink::stop() {
     stopping = true;
@@ -118,7 +127,13 @@ void Uplink::welcome(Clock::time_point now) {
                   std::to_string(settings.broker.port));
     link->subscribe(topics.get);
     link->subscribe(topics.set + "#");
-    unacknowledged[link->publish(topics.status, "online", true, true)] = {};
+    if (discovery) {
+        discovery->begin();
+        link->subscribe(discovery->topic());
+        link->subscribe(discovery->statusTopic());
+    }
+    helloId = link->publish(topics.status, "online", true, true);
+    unacknowledged[helloId] = {};
     infoDue = info.registers > 0;
     mailbox.askForValues();
     giveBackMemory();
@@ -159,6 +174,10 @@ void Uplink::keepUnacknowledged() {
 }
 
 void Uplink::onAcknowledged(int id) {
+    if (discovery && id == helloId) {
+        // The broker has sent what it keeps before it has taken this message.
+        discovery->endOfKept();
+    }
     const auto sent = unacknowledged.find(id);
     if (sent == unacknowledged.end()) {
         return;
@@ -170,6 +189,9 @@ void Uplink::onAcknowledged(int id) {
 }
 
 void Uplink::onMessage(const std::string& topic, std::string_view payload, bool retained) {
+    if (discovery && discovery->hear(topic, payload, retained, Clock::now())) {
+        return;
+    }
     if (retained) {
         logger.warning("a retained message of '" + topic + "' is ignored");
         return;
@@ -201,6 +223,9 @@ void Uplink::collect(Clock::time_point now) {
     if (auto newest = mailbox.takeInfo()) {
         info = std::move(*newest);
         infoDue = true;
+        if (discovery && info.serviceRuns) {
+            discovery->setEntities(std::move(info.entities));
+        }
     }
     if (!isUp() && (wasAccepted || sequence > 0 || now - started >= START_GRACE) &&
         batches.allows(now) && mailbox.hasChanges()) {
@@ -238,8 +263,9 @@ void Uplink::sendDue(Clock::time_point now) {
 
 /// What is most urgent comes first.
 bool Uplink::sendOne(Clock::time_point now) {
-    return (mayWaitForAnswers() && (sendInfo() || sendReply() || sendBatch(now))) || sendValue() ||
-           (mayWaitForAnswers() && sendReplay(now));
+    return (mayWaitForAnswers() && (sendInfo() || sendDiscovery(now) || sendForgotten() ||
+                                    sendReply() || sendBatch(now))) ||
+           sendValue() || (mayWaitForAnswers() && sendReplay(now));
 }
 
 bool Uplink::sendInfo() {
@@ -248,6 +274,32 @@ bool Uplink::sendInfo() {
     }
     infoDue = false;
     unacknowledged[link->publish(topics.info, infoOf(info, store.dropped()), true, true)] = {};
+    return true;
+}
+
+bool Uplink::sendDiscovery(Clock::time_point now) {
+    if (!discovery || now < discovery->dueAt()) {
+        return false;
+    }
+    // What the broker keeps was needed once; the own message need not come back.
+    link->unsubscribe(discovery->topic());
+    unacknowledged[link->publish(discovery->topic(), discovery->take(), true, true)] = {};
+    if (discovery->leftOut() > 0) {
+        logger.warning("Home Assistant is told of fewer registers: the message has no room for " +
+                       std::to_string(discovery->leftOut()));
+    }
+    const std::vector<std::string> names = discovery->takeForgotten();
+    forgotten.insert(forgotten.end(), names.begin(), names.end());
+    return true;
+}
+
+/// An empty message takes away what the broker has kept.
+bool Uplink::sendForgotten() {
+    if (forgotten.empty()) {
+        return false;
+    }
+    unacknowledged[link->publish(topics.values + forgotten.back(), "", true, true)] = {};
+    forgotten.pop_back();
     return true;
 }
 
@@ -280,7 +332,9 @@ bool Uplink::sendBatch(Clock::time_point now) {
 bool Uplink::sendValue() {
     const auto value = mailbox.takeValue();
     if (value) {
-        link->publish(topics.values + value->first, value->second, false, settings.retainValues);
+        // Home Assistant may start later than the device. It knows registers with a name only.
+        const bool retained = settings.retainValues || (discovery && !isAddress(value->first));
+        link->publish(topics.values + value->first, value->second, false, retained);
     }
     return value.has_value();
 }
@@ -319,7 +373,10 @@ Uplink::Clock::duration Uplink::pauseAt(Clock::time_point now) const {
         due = std::min(due, std::max({batches.nextTime(), grace,
                                       isUp() ? messages.nextTime() : Clock::time_point{}}));
     }
-    if (isUp() && (mailbox.hasMessages() || infoDue) && mayWaitForAnswers()) {
+    if (isUp() && discovery && mayWaitForAnswers()) {
+        due = std::min(due, std::max(messages.nextTime(), discovery->dueAt()));
+    }
+    if (isUp() && (mailbox.hasMessages() || infoDue || !forgotten.empty()) && mayWaitForAnswers()) {
         due = std::min(due, messages.nextTime());
     }
     if (isUp() && !store.empty() && mayWaitForAnswers()) {

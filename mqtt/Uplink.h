@@ -4,11 +4,14 @@
 #include <atomic>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "Backoff.h"
 #include "Batch.h"
 #include "BrokerLink.h"
+#include "Discovery.h"
 #include "Mailbox.h"
 #include "OutageStore.h"
 #include "RateLimit.h"
@@ -49,6 +52,8 @@ class Uplink : private tesk::ObjectBase, private LinkListener {
     void sendDue(Clock::time_point now);
     bool sendOne(Clock::time_point now);
     bool sendInfo();
+    bool sendDiscovery(Clock::time_point now);
+    bool sendForgotten();
     bool sendReply();
     bool sendBatch(Clock::time_point now);
     bool sendValue();
@@ -81,6 +86,9 @@ class Uplink : private tesk::ObjectBase, private LinkListener {
     std::map<int, Sent> unacknowledged;
     DeviceInfo info;
     bool infoDue{false};
+    std::optional<Discovery> discovery;  ///< If Home Assistant is configured.
+    std::vector<std::string> forgotten;  ///< Registers whose values the broker is to forget.
+    int helloId{0};                      ///< Of the first message of this connection.
     bool welcomeDue{false};
     std::uint64_t toldDropped{0};
     std::uint64_t sequence{0};

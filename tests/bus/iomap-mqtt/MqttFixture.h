@@ -57,12 +57,10 @@ class MqttFixture : public IomapFixture {
     std::unique_ptr<Process> launchGateway(
         const std::string& settings = "",
         const std::map<std::string, std::string>& environment = {}, const std::string& more = "") {
-        const std::string labels = directory.file("labels.json", R"({"labels": {
-            "2": {"name": "pump", "states": {"0": "off", "1": "on"}},
-            "20": {"name": "level", "unit": "cm", "scale": 0.1, "deadband": 0.5}}})");
+        const std::string file = directory.file("labels.json", labels);
         const std::string config = directory.file(
             "mqtt.json", R"({"broker": {"host": "127.0.0.1", "port": )" + std::to_string(port) +
-                             more + R"(}, "device": "device", "labels": ")" + labels + "\"" +
+                             more + R"(}, "device": "device", "labels": ")" + file + "\"" +
                              (settings.empty() ? "" : ", " + settings) + "}");
         return std::make_unique<Process>(std::vector<std::string>{IOMAP_MQTT, "--config", config},
                                          environment);
@@ -121,6 +119,9 @@ class MqttFixture : public IomapFixture {
 
     const std::string map = mapOf(
         {R"({"address": 1, "size": 8, "count": 4})", R"({"address": 20, "size": 32, "count": 1})"});
+    std::string labels = R"({"labels": {
+        "2": {"name": "pump", "states": {"0": "off", "1": "on"}},
+        "20": {"name": "level", "unit": "cm", "scale": 0.1, "deadband": 0.5}}})";
     const std::string MARK{">iomap/device/"};
     const int port;
     std::map<std::string, std::deque<std::string>> heard;

@@ -57,7 +57,8 @@ TEST_F(SettingsTest, EveryKeyIsTaken) {
         "broker": {"host": "b", "port": 1, "version": "5", "keep_alive": 30, "user": "u",
                    "client_id": "c", "ca_file": "/ca", "certificate_file": "/cert"},
         "prefix": "a/b", "device": "d", "labels": "/labels.json", "writable": [5, "7-9"],
-        "poll": {"input_analog": 0.5}, "retain_values": true})");
+        "poll": {"input_analog": 0.5}, "retain_values": true,
+        "home_assistant": {"prefix": "ha", "name": "Pump house", "expire_after": 600}})");
     EXPECT_TRUE(settings.broker.version5);
     EXPECT_EQ(settings.broker.clientId, "c");
     EXPECT_EQ(settings.broker.certificate, "/cert");
@@ -65,6 +66,16 @@ TEST_F(SettingsTest, EveryKeyIsTaken) {
     EXPECT_TRUE(settings.writable.contains(8));
     EXPECT_EQ(settings.plan.intervalOf(RegisterType::INPUT_ANALOG), std::chrono::milliseconds(500));
     EXPECT_TRUE(settings.retainValues);
+    EXPECT_EQ(settings.homeAssistant->prefix, "ha");
+    EXPECT_EQ(settings.homeAssistant->name, "Pump house");
+    EXPECT_EQ(settings.homeAssistant->expireAfter, 600);
+}
+
+TEST_F(SettingsTest, HomeAssistantIsToldOnlyIfItHasASection) {
+    EXPECT_FALSE(read("{}").homeAssistant);
+    EXPECT_EQ(read(R"({"home_assistant": {}})").homeAssistant->prefix, "homeassistant");
+    EXPECT_THAT(faults(R"({"home_assistant": {"expire_after": 9}})"),
+                ElementsAre("home_assistant.expire_after must be a number from 10 to 86400"));
 }
 
 TEST_F(SettingsTest, EveryFaultHasItsPlace) {
