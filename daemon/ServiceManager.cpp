@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "ServiceManager.h"
 
-#include <systemd/sd-daemon.h>
-
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
+#include <chrono>
 #include <limits>
+#include <string>
+
+#include "program/ServiceNotice.h"
 
 namespace {
 
@@ -30,7 +30,7 @@ gboolean isServingWithoutWaiting(GSource* source, gint* timeout) {
 }
 
 gboolean tellStatus(GSource* source, GSourceFunc /*callback*/, gpointer /*userData*/) {
-    sd_notifyf(0, "STATUS=serving %zu registers", registersOf(source));
+    notifySupervisor("STATUS=serving " + std::to_string(registersOf(source)) + " registers");
     return G_SOURCE_REMOVE;
 }
 
@@ -46,15 +46,15 @@ GSource* statusSource(const Server& server) {
 
 gboolean feedWatchdog(gpointer /*userData*/) {
     if (Server::notifierAnswers()) {
-        sd_notify(0, "WATCHDOG=1");
+        notifySupervisor("WATCHDOG=1");
     }
     return G_SOURCE_CONTINUE;
 }
 
-GSource* watchdogSource(std::uint64_t limitMicroseconds) {
+GSource* watchdogSource(std::chrono::microseconds limit) {
     // An answer is seen at the next time, so that two times have to fit in well.
-    const std::uint64_t milliseconds = std::clamp<std::uint64_t>(limitMicroseconds / 4 / 1000, 1,
-                                                                 std::numeric_limits<guint>::max());
+    const auto milliseconds = std::clamp<std::chrono::microseconds::rep>(
+        limit.count() / 4 / 1000, 1, std::numeric_limits<guint>::max());
     GSource* const source = g_timeout_source_new(static_cast<guint>(milliseconds));
     g_source_set_callback(source, feedWatchdog, nullptr, nullptr);
     return source;
@@ -69,14 +69,13 @@ void endSource(const SourceOwner& source) {
 }  // namespace
 
 ServiceManager::ServiceManager(const Server& server) {
-    if (std::getenv("NOTIFY_SOCKET") == nullptr) {
+    if (!isSupervised()) {
         return;
     }
     status.reset(statusSource(server));
     g_source_attach(status.get(), nullptr);
-    std::uint64_t limit = 0;
-    if (sd_watchdog_enabled(0, &limit) > 0) {
-        watchdog.reset(watchdogSource(limit));
+    if (const auto limit = watchdogLimit()) {
+        watchdog.reset(watchdogSource(*limit));
         g_source_attach(watchdog.get(), nullptr);
     }
 }

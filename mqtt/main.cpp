@@ -2,7 +2,6 @@
 #include <glib.h>
 #include <malloc.h>
 #include <mosquitto.h>
-#include <systemd/sd-daemon.h>
 
 #include <algorithm>
 #include <array>
@@ -26,6 +25,7 @@
 #include "client/Failure.h"
 #include "program/CommandLine.h"
 #include "program/LogOutput.h"
+#include "program/ServiceNotice.h"
 
 namespace {
 
@@ -101,10 +101,9 @@ class Pulse {
 
 /// How often to look at the threads: so often that the watchdog of systemd hears in time.
 timespec roundOf() {
-    std::uint64_t limit = 0;
     microseconds round = ROUND;
-    if (sd_watchdog_enabled(0, &limit) > 0) {
-        round = std::min(round, microseconds(limit / 3));
+    if (const auto limit = watchdogLimit()) {
+        round = std::min(round, *limit / 3);
     }
     const auto whole = std::chrono::duration_cast<seconds>(round);
     timespec time{};
@@ -118,15 +117,15 @@ void supervise(const sigset_t& signals, const Gateway& gateway, const Uplink& up
     Pulse bus(gateway.heartbeat());
     Pulse network(uplink.heartbeat());
     const timespec round = roundOf();
-    sd_notify(0, "READY=1");
+    notifySupervisor("READY=1");
     while (sigtimedwait(&signals, nullptr, &round) < 0) {
         const auto now = Clock::now();
         const bool busLives = bus.isAlive(gateway.heartbeat(), now);
         if (network.isAlive(uplink.heartbeat(), now) && busLives) {
-            sd_notify(0, "WATCHDOG=1");
+            notifySupervisor("WATCHDOG=1");
         }
     }
-    sd_notify(0, "STOPPING=1");
+    notifySupervisor("STOPPING=1");
 }
 
 /// Never returns: the thread of the bus has no end of its own.
