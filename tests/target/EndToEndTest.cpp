@@ -2,9 +2,14 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <set>
+#include <stdexcept>
+#include <thread>
 
+#include "BlockingClient.h"
 #include "BusFixture.h"
 #include "Deadline.h"
 #include "Outcome.h"
@@ -13,6 +18,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::UnorderedElementsAre;
 
 using Change = BusClient::Change;
 
@@ -62,6 +68,49 @@ std::size_t watchesOf(pid_t pid) {
     }
     return count;
 }
+
+/// A client that reads one register over and over, until it goes.
+class SteadyReader {
+ public:
+    explicit SteadyReader(int registerAddress)
+        : address(registerAddress), thread([this] { work(); }) {}
+    ~SteadyReader() { stop(); }
+    SteadyReader(const SteadyReader&) = delete;
+    SteadyReader& operator=(const SteadyReader&) = delete;
+
+    /// Ends the reading.
+    ///
+    /// @return every answer that came
+    std::set<std::string> stop() {
+        isStopped = true;
+        if (thread.joinable()) {
+            thread.join();
+        }
+        return answers;
+    }
+
+ private:
+    void work() {
+        const BlockingClient client;
+        while (!isStopped) {
+            try {
+                const VariantOwner reply =
+                    client.call(BusClient::SERVICE, "Read", g_variant_new("(i)", address));
+                gint32 value = 0;
+                g_variant_get(reply.get(), "(i)", &value);
+                answers.insert(std::to_string(value));
+            } catch (const std::runtime_error& e) {
+                const std::string text = e.what();
+                answers.insert(text.substr(text.rfind("Failed: ") + 8));
+            }
+        }
+    }
+
+    const int address;
+    std::atomic<bool> isStopped{false};
+    std::set<std::string> answers;
+    std::thread thread;
+};
 
 /// The daemon with the map of a whole device, on the machine's own boards and lines.
 class EndToEndTest : public BusFixture {
@@ -250,6 +299,23 @@ TEST_F(EndToEndTest, BoardsThatAreUnloadedAndLoadedAgainAreSurvived) {
     EXPECT_TRUE(hears(client, {CTS, 1}));
     service->signal(SIGTERM);
     EXPECT_EQ(service->waitForExit(), 0);
+}
+
+TEST_F(EndToEndTest, NoClientReadsAValueOfBoardsThatHaveGone) {
+    const BusClient client;
+    SteadyReader reader(INPUT + 4);
+    for (int cycle = 0; cycle < 3; ++cycle) {
+        SCOPED_TRACE(cycle);
+        hardware("kr62/inputs/5/value 1");
+        EXPECT_EQ(read(client, INPUT + 4), "(1,)");
+        unloadBoards();
+        EXPECT_THAT(read(client, INPUT + 4), HasSubstr("error opening file"));
+        loadBoards();
+        EXPECT_EQ(read(client, INPUT + 4), "(0,)") << "the boards start anew";
+    }
+    EXPECT_THAT(reader.stop(),
+                UnorderedElementsAre(
+                    "0", "1", "error opening file '" + IO_BOARD + "inputs/5/value' for reading"));
 }
 
 TEST_F(EndToEndTest, BoardsThatAreLoadedAgainAreConfiguredAndAnnouncedAgain) {
