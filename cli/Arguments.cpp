@@ -47,6 +47,22 @@ RegisterType parseType(const std::string& name) {
     }
 }
 
+/// What one word means; nothing if it is neither a name nor an address nor a range.
+std::optional<Selection> parseSelection(const std::string& text, const Labels& labels) {
+    if (const auto named = labels.addressOf(text)) {
+        return Selection{{*named, *named}, false};
+    }
+    const auto dash = text.find('-');
+    const bool isRange = dash != std::string::npos;
+    const auto first = parseAddress(text.substr(0, dash));
+    const auto last = isRange ? parseAddress(text.substr(dash + 1)) : first;
+    // The map has no more addresses than this.
+    if (!first || !last || *last < *first || *last - *first > 0xFFFF) {
+        return std::nullopt;
+    }
+    return Selection{{static_cast<int>(*first), static_cast<int>(*last)}, isRange};
+}
+
 /// The end of a message about a text that is no address.
 std::string orAName(const Labels& labels) {
     return labels.all().empty() ? "" : ", nor the name of a register in '" + Labels::file() + "'";
@@ -54,22 +70,25 @@ std::string orAName(const Labels& labels) {
 
 }  // namespace
 
-std::vector<int> parseAddresses(const std::vector<std::string>& texts, const Labels& labels) {
-    std::vector<int> addresses;
+std::vector<Selection> parseSelections(const std::vector<std::string>& texts,
+                                       const Labels& labels) {
+    std::vector<Selection> selections;
     for (const std::string& text : texts) {
-        if (const auto named = labels.addressOf(text)) {
-            addresses.push_back(*named);
-            continue;
-        }
-        const auto dash = text.find('-');
-        const auto first = parseAddress(text.substr(0, dash));
-        const auto last = dash == std::string::npos ? first : parseAddress(text.substr(dash + 1));
-        // The map has no more addresses than this.
-        if (!first || !last || *last < *first || *last - *first > 0xFFFF) {
+        const std::optional<Selection> selection = parseSelection(text, labels);
+        if (!selection) {
             throw UsageError("'" + text + "' is neither an address nor a range FIRST-LAST" +
                              orAName(labels));
         }
-        for (std::int64_t address = *first; address <= *last; ++address) {
+        selections.push_back(*selection);
+    }
+    return selections;
+}
+
+std::vector<int> parseAddresses(const std::vector<std::string>& texts, const Labels& labels) {
+    std::vector<int> addresses;
+    for (const Selection& selection : parseSelections(texts, labels)) {
+        for (std::int64_t address = selection.range.first; address <= selection.range.last;
+             ++address) {
             addresses.push_back(static_cast<int>(address));
         }
     }
@@ -82,27 +101,29 @@ NamedAssignment splitAssignment(const std::string& text, const Labels& labels) {
         throw UsageError("'" + text + "' is not of the form ADDR=VALUE");
     }
     const std::string target = text.substr(0, equals);
-    const std::string value = text.substr(equals + 1);
-    if (const auto named = labels.addressOf(target)) {
-        return {*named, value, true};
-    }
-    const auto address = parseAddress(target);
-    if (!address) {
+    const std::optional<Selection> selection = parseSelection(target, labels);
+    if (!selection) {
         throw UsageError("'" + text + "' does not start with an address" + orAName(labels));
     }
-    return {static_cast<int>(*address), value, false};
+    return {selection->range, text.substr(equals + 1), labels.addressOf(target).has_value()};
 }
 
-Assignment rawAssignment(const NamedAssignment& assignment, const std::string& text) {
+int rawValueOf(const NamedAssignment& assignment, const std::string& text) {
     const auto value = parseNumber(assignment.value, -INT_LIMIT - 1, VALUE_LIMIT);
     if (!value) {
         throw UsageError("'" + text + "' has no value from -2147483648 to 4294967295");
     }
-    return {assignment.address, static_cast<int>(*value)};
+    return static_cast<int>(*value);
 }
 
-Assignment parseAssignment(const std::string& text) {
-    return rawAssignment(splitAssignment(text, {}), text);
+std::vector<Assignment> parseAssignment(const std::string& text) {
+    const NamedAssignment named = splitAssignment(text, {});
+    const int value = rawValueOf(named, text);
+    std::vector<Assignment> assignments;
+    for (std::int64_t address = named.target.first; address <= named.target.last; ++address) {
+        assignments.push_back({static_cast<int>(address), value});
+    }
+    return assignments;
 }
 
 std::vector<RegisterType> parseTypes(const std::vector<std::string>& names) {

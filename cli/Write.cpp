@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include <Poco/JSON/Array.h>
-
-#include <algorithm>
+#include <cstdint>
 #include <memory>
 
 #include "Arguments.h"
 #include "Commands.h"
 #include "Output.h"
+#include "Writes.h"
 #include "client/Failure.h"
-#include "tesk/Exceptions.h"
 
 namespace {
 
@@ -17,40 +15,6 @@ struct Options {
     bool json{false};
     bool raw{false};
 };
-
-using Assignments = std::vector<Assignment>;
-
-std::string textOf(Assignments::const_iterator first, Assignments::const_iterator last) {
-    std::string text;
-    for (; first != last; ++first) {
-        text += (text.empty() ? "" : " ") + std::to_string(first->address) + "=" +
-                std::to_string(first->value);
-    }
-    return text.empty() ? "none" : text;
-}
-
-Poco::JSON::Object::Ptr jsonOf(const Assignment& assignment) {
-    Poco::JSON::Object::Ptr object = newJsonObject();
-    object->set("address", assignment.address);
-    object->set("value", assignment.value);
-    return object;
-}
-
-/// Prints what was written and, when `failed` is one of the assignments, what was refused and why.
-void printJsonOutcome(const Assignments& assignments, Assignments::const_iterator failed,
-                      const std::string& error) {
-    Poco::JSON::Array::Ptr written = new Poco::JSON::Array;
-    std::for_each(assignments.begin(), failed,
-                  [&written](const Assignment& a) { written->add(jsonOf(a)); });
-    Poco::JSON::Object::Ptr outcome = newJsonObject();
-    outcome->set("written", written);
-    if (failed != assignments.end()) {
-        Poco::JSON::Object::Ptr refused = jsonOf(*failed);
-        refused->set("error", error);
-        outcome->set("failed", refused);
-    }
-    printJson(outcome);
-}
 
 /// An assignment whose value depends on the register's label and maximum.
 struct Scaled {
@@ -65,20 +29,24 @@ class Request {
     Request(const Options& options, const Labels& deviceLabels) : labels(deviceLabels) {
         for (const std::string& text : options.assignments) {
             const NamedAssignment named = splitAssignment(text, labels);
-            if (named.isByName && !options.raw) {
+            const bool isScaled = named.isByName && !options.raw;
+            if (isScaled) {
                 scaled.push_back({named, assignments.size()});
-                assignments.push_back({named.address, 0});
-            } else {
-                assignments.push_back(rawAssignment(named, text));
+            }
+            const int value = isScaled ? 0 : rawValueOf(named, text);
+            for (std::int64_t address = named.target.first; address <= named.target.last;
+                 ++address) {
+                assignments.push_back({static_cast<int>(address), value});
             }
         }
     }
 
     /// @throws Failure a value is not possible
-    const Assignments& resolve(IoMapping& io) {
+    const std::vector<Assignment>& resolve(IoMapping& io) {
         for (const auto& [named, place] : scaled) {
-            const Label& label = *labels.find(named.address);
-            const unsigned int maximum = infoOf(io, named.address).maximum;
+            const int address = named.target.first;
+            const Label& label = *labels.find(address);
+            const unsigned int maximum = infoOf(io, address).maximum;
             try {
                 assignments[place].value = label.rawOf(named.value, maximum);
             } catch (const Failure& e) {
@@ -90,7 +58,7 @@ class Request {
 
  private:
     const Labels& labels;
-    Assignments assignments;
+    std::vector<Assignment> assignments;
     std::vector<Scaled> scaled;
 };
 
@@ -98,31 +66,7 @@ void write(const Options& options) {
     const Labels labels = deviceLabels();
     Request request(options, labels);
     IoMapping io;
-    const Assignments& assignments = request.resolve(io);
-    auto next = assignments.cbegin();
-    try {
-        for (; next != assignments.cend(); ++next) {
-            io.writeValue(next->address, next->value);
-        }
-    } catch (const tesk::InputOutputException& e) {
-        const bool late = isTimeout(e);
-        const std::string reason =
-            reasonOf(e) + (late ? "; the write may still be carried out" : "");
-        if (options.json) {
-            printJsonOutcome(assignments, next, reason);
-        }
-        // Asking for the register's type would only time out again.
-        std::string text =
-            (late ? "register " + std::to_string(next->address) : nameOf(io, next->address)) +
-            ": " + reason;
-        if (assignments.size() > 1) {
-            text += "; written before it: " + textOf(assignments.cbegin(), next);
-        }
-        throw Failure(text, exitStatusOf(e));
-    }
-    if (options.json) {
-        printJsonOutcome(assignments, next, {});
-    }
+    writeAll(io, request.resolve(io), options.json);
 }
 
 }  // namespace
@@ -130,9 +74,9 @@ void write(const Options& options) {
 void addWriteCommand(CLI::App& app) {
     const auto options = std::make_shared<Options>();
     CLI::App* command = app.add_subcommand(
-        "write", "Write registers in the order given, up to the first that is refused");
+        "write", "Write registers in the order given; all or none, as far as can be told before");
     command->add_option("assignment", options->assignments, "What to write where")
-        ->type_name("NAME=VALUE|ADDR=VALUE")
+        ->type_name("NAME=VALUE|ADDR=VALUE|FIRST-LAST=VALUE")
         ->required();
     command->add_flag("--raw", options->raw, "Take raw values also for names");
     command->add_flag("--json", options->json, "Print what was written as a JSON object");

@@ -41,3 +41,18 @@ std::string textOf(const AddressRanges::Range& range) {
     const std::string first = std::to_string(range.first);
     return range.first == range.last ? first : first + "-" + std::to_string(range.last);
 }
+
+std::string rangesText(std::vector<int> addresses) {
+    std::sort(addresses.begin(), addresses.end());
+    addresses.erase(std::unique(addresses.begin(), addresses.end()), addresses.end());
+    std::string text;
+    for (auto first = addresses.cbegin(); first != addresses.cend();) {
+        auto last = first;
+        while (last + 1 != addresses.cend() && *(last + 1) - *last == 1) {
+            ++last;
+        }
+        text += (text.empty() ? "" : ", ") + textOf(AddressRanges::Range{*first, *last});
+        first = last + 1;
+    }
+    return text;
+}

@@ -36,3 +36,8 @@ class AddressRanges {
 
 /// A range as users write one.
 std::string textOf(const AddressRanges::Range& range);
+
+/// Addresses in few words: "5-7, 9".
+///
+/// @param addresses in any order; repeated ones count once
+std::string rangesText(std::vector<int> addresses);

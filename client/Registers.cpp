@@ -54,6 +54,11 @@ class Catalogue {
     std::optional<Addresses> temperatures;
 };
 
+template <std::size_t COUNT>
+bool isOneOf(const std::array<RegisterType, COUNT>& types, RegisterType type) {
+    return std::find(types.begin(), types.end(), type) != types.end();
+}
+
 /// Calls the service.
 ///
 /// @return the reason why it refuses, or nothing
@@ -174,7 +179,36 @@ std::vector<Reading> readEach(IoMapping& io, const Addresses& addresses, Catalog
 bool isAnnounced(RegisterType type) {
     constexpr std::array ANNOUNCED{RegisterType::RELAY, RegisterType::INPUT_DIGITAL,
                                    RegisterType::PULLUP, RegisterType::CTS, RegisterType::VIRTUAL};
-    return std::find(ANNOUNCED.begin(), ANNOUNCED.end(), type) != ANNOUNCED.end();
+    return isOneOf(ANNOUNCED, type);
+}
+
+std::string writeRefusalOf(RegisterType type) {
+    constexpr std::array OF_MAIN_BOARD{RegisterType::SENSOR_TEMP_VALUE,
+                                       RegisterType::SENSOR_TEMP_ADDRESS_LOWER,
+                                       RegisterType::SENSOR_TEMP_ADDRESS_HIGHER,
+                                       RegisterType::CPU_TEMP,
+                                       RegisterType::UPTIME,
+                                       RegisterType::HW_TYPE,
+                                       RegisterType::FW_VERSION};
+    constexpr std::array OF_OTHERS{RegisterType::INPUT_DIGITAL,
+                                   RegisterType::INPUT_ANALOG,
+                                   RegisterType::CTS,
+                                   RegisterType::DEVICE_CURRENT,
+                                   RegisterType::DEVICE_VOLTAGE,
+                                   RegisterType::COUNT_SERIALS,
+                                   RegisterType::COUNT_RELAYS,
+                                   RegisterType::COUNT_OUTPUTS,
+                                   RegisterType::COUNT_INPUTS,
+                                   RegisterType::COUNT_ANALOG_OUTPUTS,
+                                   RegisterType::COUNT_ANALOG_INPUTS,
+                                   RegisterType::PD5_DETECTED};
+    if (type == RegisterType::RESERVED) {
+        return "this register is reserved. No writes are allowed";
+    }
+    if (isOneOf(OF_MAIN_BOARD, type)) {
+        return "write not supported with type '" + getTypeName(type) + "'";
+    }
+    return isOneOf(OF_OTHERS, type) ? "write not supported for IO type " + getTypeName(type) : "";
 }
 
 std::vector<int> addressesOf(IoMapping& io, const std::vector<RegisterType>& types) {
@@ -202,6 +236,15 @@ RegisterInfo infoOf(IoMapping& io, int address) {
     }
 }
 
+std::optional<RegisterInfo> findInfo(IoMapping& io, int address) {
+    std::optional<RegisterInfo> info;
+    refusalOf([&] {
+        const auto [type, index, maximum] = io.getParams(address);
+        info = RegisterInfo{address, type, index, static_cast<unsigned int>(maximum)};
+    });
+    return info;
+}
+
 std::vector<RegisterInfo> infosOf(IoMapping& io, const std::vector<int>& addresses) {
     std::vector<RegisterInfo> infos;
     std::transform(addresses.begin(), addresses.end(), std::back_inserter(infos),
@@ -223,11 +266,15 @@ std::vector<Reading> readKnown(IoMapping& io, const std::vector<RegisterInfo>& i
 }
 
 std::string nameOf(IoMapping& io, int address) {
-    std::string name = "register " + std::to_string(address);
     try {
-        const auto [type, index, maximum] = io.getParams(address);
-        return name + " (" + getTypeName(type) + " " + std::to_string(index) + ")";
+        return nameOf(address, findInfo(io, address));
     } catch (const tesk::InputOutputException&) {
-        return name;
+        return nameOf(address, std::nullopt);
     }
+}
+
+std::string nameOf(int address, const std::optional<RegisterInfo>& info) {
+    const std::string name = "register " + std::to_string(address);
+    return info ? name + " (" + getTypeName(info->type) + " " + std::to_string(info->index) + ")"
+                : name;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,9 @@ struct Reading {
 /// others have the type of virtual ones.
 bool isAnnounced(RegisterType type);
 
+/// Why registers of a type can never be written, in the words of the service; nothing if they can.
+std::string writeRefusalOf(RegisterType type);
+
 /// The addresses of all registers of some types, or of all types when none is named.
 ///
 /// @return each address once, in ascending order
@@ -37,6 +41,11 @@ std::vector<int> addressesOf(IoMapping& io, const std::vector<RegisterType>& typ
 /// @throws Failure names the register and the reason why the service does not know it
 /// @throws tesk::InputOutputException the service does not answer
 RegisterInfo infoOf(IoMapping& io, int address);
+
+/// The properties of a register, or nothing if the service does not know it.
+///
+/// @throws tesk::InputOutputException the service does not answer
+std::optional<RegisterInfo> findInfo(IoMapping& io, int address);
 
 /// The properties of several registers, in the order of the addresses.
 ///
@@ -57,3 +66,6 @@ std::vector<Reading> readKnown(IoMapping& io, const std::vector<RegisterInfo>& i
 /// The name of a register for messages: "register 12 (relay 3)", or "register 12" when the service
 /// does not know the register or does not answer.
 std::string nameOf(IoMapping& io, int address);
+
+/// The same for a register whose properties are known, or are known to be none.
+std::string nameOf(int address, const std::optional<RegisterInfo>& info);

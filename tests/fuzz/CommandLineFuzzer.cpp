@@ -68,10 +68,14 @@ void requireAddresses(const Texts& texts) {
 
 void requireAssignments(const Texts& texts) {
     for (const std::string& text : texts) {
-        const Assignment first = parseAssignment(text);
-        const Assignment again =
-            parseAssignment(std::to_string(first.address) + "=" + std::to_string(first.value));
-        if (first.address < 0 || first.address != again.address || first.value != again.value) {
+        const std::vector<Assignment> all = parseAssignment(text);
+        const auto [first, value] = all.front();
+        const int last = all.back().address;
+        const std::vector<Assignment> again = parseAssignment(
+            std::to_string(first) + "-" + std::to_string(last) + "=" + std::to_string(value));
+        if (first < 0 || last < first || again.size() != all.size() ||
+            again.front().address != first || again.front().value != value ||
+            again.back().address != last || again.back().value != value) {
             fail("'" + text + "' has another meaning when written again");
         }
     }

@@ -25,8 +25,9 @@ std::string refusalOf(const Parse& parse) {
 }
 
 std::pair<int, int> assignment(const std::string& text) {
-    const Assignment result = parseAssignment(text);
-    return {result.address, result.value};
+    const std::vector<Assignment> result = parseAssignment(text);
+    EXPECT_THAT(result, SizeIs(1));
+    return {result.front().address, result.front().value};
 }
 
 /// The labels of a device with a door and a setpoint.
@@ -40,7 +41,8 @@ Labels labelsOfDoor() {
 
 std::tuple<int, std::string, bool> named(const std::string& text) {
     const NamedAssignment result = splitAssignment(text, labelsOfDoor());
-    return {result.address, result.value, result.isByName};
+    EXPECT_EQ(result.target.first, result.target.last);
+    return {result.target.first, result.value, result.isByName};
 }
 
 TEST(ArgumentsTest, ANameStandsForItsAddressAmongOthers) {
@@ -75,12 +77,30 @@ TEST(ArgumentsTest, AnAssignmentToAnUnknownNameIsRefusedWithThePlaceOfTheNames) 
 }
 
 TEST(ArgumentsTest, ARawValueOfANameIsThatOfItsAddress) {
-    const Assignment result = rawAssignment({7, "0x10", true}, "door=0x10");
-    EXPECT_EQ(std::pair(result.address, result.value), std::pair(7, 16));
+    EXPECT_EQ(rawValueOf({{7, 7}, "0x10", true}, "door=0x10"), 16);
     EXPECT_EQ(refusalOf([] {
-                  rawAssignment({7, "open", true}, "door=open");
+                  rawValueOf({{7, 7}, "open", true}, "door=open");
               }),
               "'door=open' has no value from -2147483648 to 4294967295");
+}
+
+TEST(ArgumentsTest, ARangeIsToldFromASingleAddress) {
+    std::vector<std::tuple<int, int, bool>> found;
+    for (const auto& [range, isRange] :
+         parseSelections({"5", "5-7", "5-5", "door"}, labelsOfDoor())) {
+        found.emplace_back(range.first, range.last, isRange);
+    }
+    EXPECT_THAT(found, ElementsAre(std::tuple(5, 5, false), std::tuple(5, 7, true),
+                                   std::tuple(5, 5, true), std::tuple(7, 7, false)));
+}
+
+TEST(ArgumentsTest, AnAssignmentToARangeIsOneToEachAddress) {
+    std::vector<std::pair<int, int>> found;
+    for (const auto& [address, value] : parseAssignment("0x10-18=-1")) {
+        found.emplace_back(address, value);
+    }
+    EXPECT_THAT(found, ElementsAre(std::pair(16, -1), std::pair(17, -1), std::pair(18, -1)));
+    EXPECT_THAT(parseAssignment("2147483647-2147483647=1"), SizeIs(1));
 }
 
 TEST(ArgumentsTest, AddressesAndRangesKeepTheirOrder) {
@@ -127,7 +147,8 @@ TEST(ArgumentsTest, AnAssignmentTakesEveryValueOf32Bits) {
 TEST(ArgumentsTest, WhatIsNoAssignmentIsRefusedWithItsText) {
     EXPECT_EQ(refusalOf([] { parseAssignment("12"); }), "'12' is not of the form ADDR=VALUE");
     EXPECT_EQ(refusalOf([] { parseAssignment(""); }), "'' is not of the form ADDR=VALUE");
-    for (const char* text : {"=1", "x=1", "-1=1", "1-2=1", "2147483648=1"}) {
+    for (const char* text :
+         {"=1", "x=1", "-1=1", "2-1=1", "1-=1", "1-2-3=1", "0-65536=1", "2147483648=1"}) {
         EXPECT_EQ(refusalOf([text] { parseAssignment(text); }),
                   "'" + std::string(text) + "' does not start with an address");
     }

@@ -40,4 +40,11 @@ TEST(AddressRangesTest, EverythingElseIsNoRange) {
     }
 }
 
+TEST(AddressRangesTest, AddressesAreToldInFewWords) {
+    EXPECT_EQ(rangesText({}), "");
+    EXPECT_EQ(rangesText({5}), "5");
+    EXPECT_EQ(rangesText({9, 7, 5, 6, 5}), "5-7, 9");
+    EXPECT_EQ(rangesText({0, 2147483646, 2147483647}), "0, 2147483646-2147483647");
+}
+
 }  // namespace

@@ -170,4 +170,18 @@ TEST_F(RegistersTest, ABusThatHasGoneIsNoRefusal) {
     EXPECT_EQ(nameOf(io, 12), "register 12");
 }
 
+TEST_F(RegistersTest, OnlyTypesThatAProgramCanSetAreWritten) {
+    std::vector<RegisterType> written;
+    for (const RegisterType type : getAllTypes()) {
+        if (writeRefusalOf(type).empty()) {
+            written.push_back(type);
+        }
+    }
+    using Type = RegisterType;
+    EXPECT_THAT(written, testing::UnorderedElementsAre(
+                             Type::RELAY, Type::OUTPUT_DIGITAL, Type::PULLUP, Type::INPUT_COUNTER,
+                             Type::RTS, Type::USB_ENABLE, Type::COLOR_LED, Type::BRIGHTNESS_LED,
+                             Type::ENABLE_ANALOG, Type::VIRTUAL, Type::UNKNOWN));
+}
+
 }  // namespace

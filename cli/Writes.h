@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <vector>
+
+#include "Arguments.h"
+#include "IoMapping.h"
+
+/// Writes registers in the order given, up to the first that is refused. What the properties of the
+/// registers tell already is refused as a whole before anything is written: an unknown address, a
+/// value above the maximum, a type that is never written.
+///
+/// @param json whether to print what was written, or refused, as a JSON object
+/// @throws Failure names the registers and the reasons, and what is written
+void writeAll(IoMapping& io, const std::vector<Assignment>& assignments, bool json);
