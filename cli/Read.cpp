@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <Poco/JSON/Array.h>
 
+#include <cstdint>
 #include <iostream>
 #include <memory>
 
@@ -30,12 +31,46 @@ void printJsonReadings(const std::vector<int>& addresses, const std::vector<Read
     printJson(list);
 }
 
+/// Leaves out what a range has gaps at, and tells of these on standard error.
+///
+/// @throws Failure a range has no register at all
+void leaveOutGaps(const std::vector<Selection>& selections, std::vector<int>& addresses,
+                  std::vector<Reading>& readings) {
+    std::vector<int> present;
+    std::vector<Reading> read;
+    std::size_t next = 0;
+    for (const auto& [range, isRange] : selections) {
+        std::vector<int> gaps;
+        const std::size_t end = next + static_cast<std::size_t>(range.last - range.first) + 1;
+        for (; next != end; ++next) {
+            if (isRange && readings[next].unknown) {
+                gaps.push_back(addresses[next]);
+            } else {
+                present.push_back(addresses[next]);
+                read.push_back(readings[next]);
+            }
+        }
+        const auto count = static_cast<std::int64_t>(range.last) - range.first + 1;
+        if (static_cast<std::int64_t>(gaps.size()) == count) {
+            throw Failure(textOf(range) + ": there is no register in this range");
+        }
+        if (!gaps.empty()) {
+            std::cerr << "iomap: " + textOf(range) + ": there is no register at " +
+                             rangesText(gaps) + '\n';
+        }
+    }
+    addresses = present;
+    readings = read;
+}
+
 void read(const Options& options) {
     const Labels names = deviceLabels();
     const Labels labels = options.raw ? Labels() : names;
-    const std::vector<int> addresses = parseAddresses(options.registers, names);
+    const std::vector<Selection> selections = parseSelections(options.registers, names);
+    std::vector<int> addresses = parseAddresses(options.registers, names);
     IoMapping io;
-    const std::vector<Reading> readings = readEach(io, addresses);
+    std::vector<Reading> readings = readEach(io, addresses);
+    leaveOutGaps(selections, addresses, readings);
     if (options.json) {
         printJsonReadings(addresses, readings, labels);
     }

@@ -50,14 +50,46 @@ TEST_F(IomapReadTest, JsonHasAnObjectForEveryAddressAsked) {
 TEST_F(IomapReadTest, WhenOneRegisterCannotBeReadItIsNamedAndNoValueIsPrinted) {
     expectFailure(iomap({"read", "1", "40", "2"}), 1,
                   std::string("register 40 (cpu_temp 1): ") + UNREADABLE);
-    expectFailure(iomap({"read", "1-5"}), 1, "register 5: address '5' not found");
     expectFailure(iomap({"read", "2147483647"}), 1,
                   "register 2147483647: address '2147483647' not found");
 }
 
-TEST_F(IomapReadTest, TheFirstUnknownAddressOfALongRangeIsNamedAtOnce) {
+TEST_F(IomapReadTest, ARangeWithGapsGivesWhatThereIsAndTellsOfTheGaps) {
+    iomapDone({"write", "3=33", "4=44", "20=20"});
+    const Outcome outcome = iomap({"read", "3-6", "20", "18-22"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "33\n44\n20\n20\n0\n");
+    EXPECT_EQ(outcome.errors,
+              "iomap: 3-6: there is no register at 5-6\n"
+              "iomap: 18-22: there is no register at 18-19, 22\n");
+}
+
+TEST_F(IomapReadTest, JsonLeavesTheGapsOfARangeOut) {
+    const Outcome outcome = iomap({"read", "--json", "4-5"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(json(outcome.output), json(R"([{"address": 4, "value": 0}])"));
+    EXPECT_EQ(outcome.errors, "iomap: 4-5: there is no register at 5\n");
+}
+
+TEST_F(IomapReadTest, AnUnknownAddressIsRefusedBesideARangeWithGaps) {
+    const Outcome outcome = iomap({"read", "4-5", "6"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_THAT(outcome.errors, testing::EndsWith("iomap: register 6: address '6' not found\n"));
+}
+
+TEST_F(IomapReadTest, ARangeWithoutARegisterIsRefused) {
+    expectFailure(iomap({"read", "1", "5-9"}), 1, "5-9: there is no register in this range");
+    expectFailure(iomap({"read", "5-5"}), 1, "register 5: address '5' not found");
+}
+
+TEST_F(IomapReadTest, ALongRangeIsReadAtOnce) {
+    startService(mapOf({R"({"address": 1, "size": 8, "count": 4})",
+                        R"({"address": 60101, "size": 1, "count": 1})"}));
     const auto start = std::chrono::steady_clock::now();
-    expectFailure(iomap({"read", "1-65536"}), 1, "register 5: address '5' not found");
+    const Outcome outcome = iomap({"read", "1-65536"});
+    EXPECT_EQ(outcome.output, "0\n0\n0\n0\n0\n");
+    EXPECT_EQ(outcome.errors, "iomap: 1-65536: there is no register at 5-60100, 60102-65536\n");
     EXPECT_LT(std::chrono::steady_clock::now() - start,
               std::chrono::seconds(EMULATED || SANITIZED ? 20 : 2));
 }
