@@ -1,8 +1,8 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
 #
-# tour sources this file. It makes a simulated device in a temporary directory: a private bus,
-# simulated boards, and the real service. The device ends with the script.
+# tour and fleet/device source this file. It makes a simulated device in a temporary directory: a
+# private bus, simulated boards, and the real service. The device ends with the script.
 
 root=          # the checkout
 build=         # where iomappingd has been built

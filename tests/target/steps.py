@@ -12,6 +12,7 @@ LEFT_OUT = {
     r"armhf\.bus\.(EnduranceTest|LimitsTest|StormTest)": "bound how fast a service is that is not emulated",
     r"armhf\.valgrind\..*": "counts references, which are the same there, fifty times slower",
     r"armhf\.bus\.IomapMqtt.*": "needs a broker, which the machine has not",
+    r"armhf\.fleet\..*": "needs Python and a broker, which the machine has not",
     r"armhf\.bus\.maps": "needs Python with jsonschema; its maps run through bus.* and fuzz.*",
     r"armhf\.(completion|demo\..*|examples|installed)": "for users of a whole Debian, not of the machine",
     r"armhf\.(documents|reference)": "do not depend on the machine",
