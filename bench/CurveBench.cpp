@@ -116,9 +116,9 @@ class CurveBench {
                                    BusClient::INTERFACE, board, std::to_string(FILES)});
         const RunningService service(
             watcher.connection(), BusContract::SERVICE_NAME,
-            measuredService(SERVICE_PROGRAM,
-                            directory.file("board.json",
-                                           "{\"io_mapping\": [" + serviceFiles.field() + "]}")));
+            measuredService(
+                SERVICE_PROGRAM,
+                directory.file("board.json", "{\"io_mapping\": [" + serviceFiles.field() + "]}")));
         const auto filesOf = [&](const RunningService& side) -> const WatchedFiles& {
             return &side == &bare ? bareFiles : serviceFiles;
         };
