@@ -319,13 +319,14 @@ bool Uplink::sendBatch(Clock::time_point now) {
     }
     batches.note(now);
     auto batch = std::make_unique<Batch>(makeBatch());
+    int id = 0;
     try {
-        const int id = link->publish(topics.data, batch->payload(), true, false);
-        unacknowledged[id] = {std::move(batch), false};
+        id = link->publish(topics.data, batch->payload(), true, false);
     } catch (const LinkFailure&) {
         store.push(*batch);
         throw;
     }
+    unacknowledged[id] = {std::move(batch), false};
     return true;
 }
 
