@@ -11,6 +11,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <iterator>
 #include <set>
 #include <sstream>
 #include <string_view>
@@ -150,19 +151,20 @@ class Reader {
  public:
     std::map<int, Label> labels;
     std::map<std::string, int> addresses;
-    std::vector<std::string> faults;
+    std::vector<Labels::Fault> faults;
 
     void readDocument(const std::string& text) {
         std::istringstream in(text);
         Object root;
+        std::size_t gaveUpAt = text.size();
         try {
-            root = tesk::jsonParse(in);
+            root = tesk::jsonParse(in, &gaveUpAt);
         } catch (const tesk::ParseException& e) {
-            faults.emplace_back(e.what());
+            faults.push_back({e.what(), "", "", gaveUpAt});
             return;
         }
         if (!root || root->get("labels").type() != typeid(Object)) {
-            faults.emplace_back("there is no object \"labels\"");
+            tell("", "", "there is no object \"labels\"");
             return;
         }
         for (const auto& [address, label] : *root->getObject("labels")) {
@@ -171,54 +173,55 @@ class Reader {
     }
 
  private:
+    void tell(const std::string& label, const std::string& key, const std::string& message) {
+        faults.push_back({message, label, key, std::nullopt});
+    }
+
     void readLabel(const std::string& addressText, const Var& value) {
-        const std::optional<int> address = parseInt(addressText);
-        if (!address || *address < 0) {
-            faults.push_back("'" + addressText + "' is not the address of a register in decimal");
+        const std::optional<int> address = Labels::parseAddress(addressText);
+        if (!address) {
+            tell(addressText, "",
+                 "'" + addressText + "' is not the address of a register in decimal");
             return;
         }
         const std::string place = "register " + addressText + ": ";
         if (value.type() != typeid(Object)) {
-            faults.push_back(place + "the label must be an object");
+            tell(addressText, "", place + "the label must be an object");
             return;
         }
         Label& label = labels[*address];
         for (const auto& [name, item] : *value.extract<Object>()) {
-            readKey(label, name, item, place);
+            const std::string fault = faultOfKey(label, name, item);
+            if (!fault.empty()) {
+                tell(addressText, name, place + fault);
+            }
         }
         if (label.name.empty()) {
             return;
         }
         const auto [known, isNew] = addresses.emplace(label.name, *address);
         if (!isNew) {
-            faults.push_back(place + "register " + std::to_string(known->second) +
-                             " has the name '" + label.name + "' already");
+            tell(addressText, "name",
+                 place + "register " + std::to_string(known->second) + " has the name '" +
+                     label.name + "' already");
         }
     }
 
-    void readKey(Label& label, const std::string& name, const Var& value,
-                 const std::string& place) {
+    /// Takes the value of a key. Returns what is wrong with it, or nothing.
+    static std::string faultOfKey(Label& label, const std::string& name, const Var& value) {
         const auto* const key = std::find_if(KEYS.begin(), KEYS.end(),
                                              [&name](const Key& k) { return k.name == name; });
         if (key == KEYS.end()) {
-            faults.push_back(place + "there is no key '" + name + "'");
-            return;
+            return "there is no key '" + name + "'";
         }
         try {
             key->take(label, value);
+            return "";
         } catch (const Fault& e) {
-            faults.push_back(place + name + " " + e.what());
+            return name + " " + e.what();
         }
     }
 };
-
-Reader readFile(const std::string& path) {
-    Reader reader;
-    if (const auto text = readBoundedFile(path, MOST_TEXT)) {
-        reader.readDocument(*text);
-    }
-    return reader;
-}
 
 }  // namespace
 
@@ -228,9 +231,12 @@ std::string Labels::file() {
 }
 
 Labels Labels::read(const std::string& path) {
-    Reader reader = readFile(path);
+    Reader reader;
+    if (const auto text = textOf(path)) {
+        reader.readDocument(*text);
+    }
     if (!reader.faults.empty()) {
-        throw Failure("fault in '" + path + "': " + reader.faults.front());
+        throw Failure("fault in '" + path + "': " + reader.faults.front().message);
     }
     Labels labels;
     labels.labels = std::move(reader.labels);
@@ -238,8 +244,26 @@ Labels Labels::read(const std::string& path) {
     return labels;
 }
 
-std::vector<std::string> Labels::faultsOf(const std::string& path) {
-    return readFile(path).faults;
+std::optional<std::string> Labels::textOf(const std::string& path) {
+    return readBoundedFile(path, MOST_TEXT);
+}
+
+std::vector<Labels::Fault> Labels::faultsIn(const std::string& text) {
+    Reader reader;
+    reader.readDocument(text);
+    return reader.faults;
+}
+
+std::vector<std::string> Labels::keys() {
+    std::vector<std::string> names;
+    std::transform(KEYS.begin(), KEYS.end(), std::back_inserter(names),
+                   [](const Key& key) { return std::string(key.name); });
+    return names;
+}
+
+std::optional<int> Labels::parseAddress(std::string_view key) {
+    const std::optional<int> address = parseInt(key);
+    return address >= 0 ? address : std::nullopt;
 }
 
 const Label* Labels::find(int address) const {

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Label.h"
@@ -30,12 +32,33 @@ class Labels {
     ///         fault and its place
     static Labels read(const std::string& path = file());
 
-    /// Looks for all faults of a file of labels.
+    /// One thing that is wrong with a file of labels, and where.
+    struct Fault {
+        /// Without the path: "register 12: scale must be a number".
+        std::string message;
+        /// The key of the label, such as "12"; empty if the fault is in no label.
+        std::string label;
+        /// The key within the label, such as "scale"; empty if the fault is in no such key.
+        std::string key;
+        /// Where the text stops being JSON, in bytes counted from 0; nothing for all other faults.
+        std::optional<std::size_t> byte;
+    };
+
+    /// The text of a file of labels; nothing if the file is missing.
     ///
-    /// @return one line for each fault, without the path: "register 12: scale must not be 0"; empty
-    ///         if the file is good
     /// @throws Failure the file cannot be read
-    static std::vector<std::string> faultsOf(const std::string& path);
+    static std::optional<std::string> textOf(const std::string& path);
+
+    /// Looks for all faults of the text of a file of labels.
+    ///
+    /// @return the faults; empty exactly if read() takes the text
+    static std::vector<Fault> faultsIn(const std::string& text);
+
+    /// The keys that a label may have.
+    static std::vector<std::string> keys();
+
+    /// The address that a key of "labels" stands for; nothing if it is no address.
+    static std::optional<int> parseAddress(std::string_view key);
 
     /// The label of a register; null when it has none. Valid as long as this object.
     const Label* find(int address) const;

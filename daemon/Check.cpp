@@ -3,6 +3,7 @@
 
 #include <Poco/AutoPtr.h>
 #include <Poco/Channel.h>
+#include <Poco/File.h>
 #include <Poco/Logger.h>
 #include <Poco/Message.h>
 
@@ -11,8 +12,10 @@
 #include <iostream>
 
 #include "Devices.h"
+#include "LabelCheck.h"
 #include "MapCheck.h"
 #include "StandIns.h"
+#include "client/Labels.h"
 
 namespace {
 
@@ -27,19 +30,45 @@ class FindingChannel : public Poco::Channel {
     std::vector<Finding> findings;
 };
 
-std::vector<Finding> findingsOf(const Options& options) {
-    DriverManager drivers;
-    if (options.devices) {
-        addStandIns(drivers, *options.devices);
-        return MapCheck(drivers, false).check(options.mapFile);
-    }
+bool holdsFault(const std::vector<Finding>& findings) {
+    return std::any_of(findings.begin(), findings.end(),
+                       [](const Finding& finding) { return finding.isFault; });
+}
+
+/// What is wrong with the boards of this device, whose drivers are then known.
+std::vector<Finding> findBoards(DriverManager& drivers, const std::string& mapFile) {
     const Poco::AutoPtr<FindingChannel> channel(new FindingChannel);
     Poco::Logger::setChannel("", channel);
     Poco::Logger::setLevel("", Poco::Message::PRIO_WARNING);
-    addDrivers(drivers, options.mapFile);
-    std::vector<Finding> findings = channel->findings;
-    const auto more = MapCheck(drivers, true).check(options.mapFile);
-    findings.insert(findings.end(), more.begin(), more.end());
+    addDrivers(drivers, mapFile);
+    return channel->findings;
+}
+
+/// @param map the map when it has been checked; null if it has faults, and so no certain registers
+std::vector<Finding> findingsOfLabels(const Options& options, const MapCheck* map) {
+    const std::string file = options.labels.value_or(Labels::file());
+    if (!options.labels && !Poco::File(file).exists()) {
+        return {};
+    }
+    return map == nullptr
+               ? checkLabels(file, {})
+               : checkLabels(file, [map](int address) { return map->hasRegister(address); });
+}
+
+std::vector<Finding> findingsOf(const Options& options) {
+    DriverManager drivers;
+    std::vector<Finding> findings;
+    if (options.devices) {
+        addStandIns(drivers, *options.devices);
+    } else {
+        findings = findBoards(drivers, options.mapFile);
+    }
+    const auto append = [&findings](const std::vector<Finding>& more) {
+        findings.insert(findings.end(), more.begin(), more.end());
+    };
+    MapCheck map(drivers, !options.devices);
+    append(map.check(options.mapFile));
+    append(findingsOfLabels(options, holdsFault(findings) ? nullptr : &map));
     return findings;
 }
 
@@ -52,7 +81,5 @@ int checkMap(const Options& options) {
     } else {
         printLines(std::cout, options.mapFile, findings);
     }
-    const bool isRefused = std::any_of(findings.begin(), findings.end(),
-                                       [](const Finding& finding) { return finding.isFault; });
-    return isRefused ? EXIT_FAILURE : EXIT_SUCCESS;
+    return holdsFault(findings) ? EXIT_FAILURE : EXIT_SUCCESS;
 }

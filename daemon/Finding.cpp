@@ -66,6 +66,9 @@ Poco::JSON::Object::Ptr jsonOf(const Finding& finding) {
     object->set("address", addressOf(finding));
     object->set("message", valid(finding.message));
     object->set("remedy", valid(finding.remedy));
+    if (!finding.labelsFile.empty()) {
+        object->set("file", valid(finding.labelsFile));
+    }
     return object;
 }
 
@@ -73,7 +76,7 @@ Poco::JSON::Object::Ptr jsonOf(const Finding& finding) {
 
 void printLines(std::ostream& out, const std::string& file, const std::vector<Finding>& findings) {
     for (const Finding& finding : findings) {
-        out << file << ':';
+        out << (finding.labelsFile.empty() ? file : finding.labelsFile) << ':';
         if (finding.place) {
             out << finding.place->line << ':' << finding.place->column << ':';
         }

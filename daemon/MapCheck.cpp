@@ -76,17 +76,6 @@ std::string meaningOf(unsigned int size) {
     return "the service takes it as " + std::to_string(std::min<unsigned>(bits, MOST_BITS));
 }
 
-std::vector<MapPlaces::Key> repeated(const std::vector<MapPlaces::Key>& keys) {
-    std::vector<MapPlaces::Key> found;
-    for (auto key = keys.begin(); key != keys.end(); ++key) {
-        const auto same = [&key](const MapPlaces::Key& other) { return other.name == key->name; };
-        if (std::any_of(key + 1, keys.end(), same)) {
-            found.push_back(*key);
-        }
-    }
-    return found;
-}
-
 }  // namespace
 
 /// The check of one field.
@@ -171,7 +160,7 @@ class MapCheck::FieldCheck {
     }
 
     void checkKeys() {
-        for (const MapPlaces::Key& key : repeated(keys())) {
+        for (const MapPlaces::Key& key : MapPlaces::repeated(keys())) {
             add(false, key.place, "the key " + quoted(key.name) + " occurs again in this field",
                 "remove one; the last one counts");
         }
@@ -342,9 +331,7 @@ class MapCheck::FieldCheck {
 
     /// The place of the value of a key, or of the field without such a key.
     std::optional<MapPlaces::Place> placeOf(const std::string& name) const {
-        const auto key = std::find_if(keys().rbegin(), keys().rend(),
-                                      [&name](const auto& k) { return k.name == name; });
-        if (key != keys().rend()) {
+        if (const MapPlaces::Key* const key = MapPlaces::find(keys(), name)) {
             return key->value;
         }
         return number < check.places.size()
@@ -414,6 +401,12 @@ bool MapCheck::parse(const std::string& path) {
     }
 }
 
+bool MapCheck::hasRegister(int address) const {
+    return std::any_of(taken.begin(), taken.end(), [address](const Addresses& a) {
+        return a.first <= address && address <= a.last;
+    });
+}
+
 void MapCheck::findPlaces() {
     const MapPlaces all(text);
     rootKeys = all.rootKeys();
@@ -436,7 +429,7 @@ void MapCheck::tellNoFields(const std::string& message) {
 }
 
 void MapCheck::checkRootKeys() {
-    for (const MapPlaces::Key& key : repeated(rootKeys)) {
+    for (const MapPlaces::Key& key : MapPlaces::repeated(rootKeys)) {
         findings.push_back({false, key.place, std::nullopt, "",
                             "the key " + quoted(key.name) + " occurs again",
                             "remove one; the last one counts"});

@@ -26,6 +26,10 @@ class MapCheck {
     ///         service refuses the map
     std::vector<Finding> check(const std::string& path);
 
+    /// Whether the map that was checked last has a register at an address. Fields whose address or
+    /// count is at fault count for none.
+    bool hasRegister(int address) const;
+
  private:
     class FieldCheck;
 

@@ -155,6 +155,23 @@ std::vector<MapPlaces::Field> fieldsAt(Scanner& scanner) {
     return fields;
 }
 
+std::vector<MapPlaces::Label> labelsAt(Scanner& scanner) {
+    std::vector<std::vector<Key>> inner;
+    const std::vector<Key> addresses = scanner.keys([&](const std::string&) {
+        inner.emplace_back();
+        if (scanner.startsWith('{')) {
+            inner.back() = scanner.keys([&](const std::string&) { scanner.value(); });
+        } else {
+            scanner.value();
+        }
+    });
+    std::vector<MapPlaces::Label> labels;
+    for (std::size_t i = 0; i < addresses.size(); ++i) {
+        labels.push_back({addresses[i], inner[i]});
+    }
+    return labels;
+}
+
 }  // namespace
 
 MapPlaces::MapPlaces(const std::string& text) {
@@ -165,10 +182,29 @@ MapPlaces::MapPlaces(const std::string& text) {
     keys = scanner.keys([&](const std::string& name) {
         if (name == "io_mapping" && scanner.startsWith('[')) {
             elements = fieldsAt(scanner);
+        } else if (name == "labels" && scanner.startsWith('{')) {
+            members = labelsAt(scanner);
         } else {
             scanner.value();
         }
     });
+}
+
+std::vector<MapPlaces::Key> MapPlaces::repeated(const std::vector<Key>& keys) {
+    std::vector<Key> found;
+    for (auto key = keys.begin(); key != keys.end(); ++key) {
+        const auto same = [&key](const Key& other) { return other.name == key->name; };
+        if (std::any_of(key + 1, keys.end(), same)) {
+            found.push_back(*key);
+        }
+    }
+    return found;
+}
+
+const MapPlaces::Key* MapPlaces::find(const std::vector<Key>& keys, const std::string& name) {
+    const auto key =
+        std::find_if(keys.rbegin(), keys.rend(), [&name](const Key& k) { return k.name == name; });
+    return key != keys.rend() ? &*key : nullptr;
 }
 
 MapPlaces::Place MapPlaces::placeOf(const std::string& text, std::size_t byte) {

@@ -24,10 +24,11 @@ Options readOptions(int argc, char** argv) {
     gchar* map = nullptr;
     gchar* level = nullptr;
     gchar* devices = nullptr;
+    gchar* labels = nullptr;
     gboolean check = FALSE;
     gboolean json = FALSE;
     gboolean version = FALSE;
-    const std::array<GOptionEntry, 7> entries{{
+    const std::array<GOptionEntry, 8> entries{{
         {"map", 0, 0, G_OPTION_ARG_FILENAME, &map,
          "The map file (default: /etc/io-mapping/map.json)", "FILE"},
         {"log-level", 0, 0, G_OPTION_ARG_STRING, &level,
@@ -38,6 +39,9 @@ Options readOptions(int argc, char** argv) {
         {"devices", 0, 0, G_OPTION_ARG_STRING, &devices,
          "With --check: check for a device with these drivers, such as kr62,pd5-1,gpiochip-0",
          "LIST"},
+        {"labels", 0, 0, G_OPTION_ARG_FILENAME, &labels,
+         "With --check: check these labels, too (default: /etc/io-mapping/labels.json, if there)",
+         "FILE"},
         {"json", 0, 0, G_OPTION_ARG_NONE, &json, "With --check: print one JSON array", nullptr},
         {"version", 0, 0, G_OPTION_ARG_NONE, &version, "Print the version", nullptr},
         {},
@@ -52,6 +56,7 @@ Options readOptions(int argc, char** argv) {
     const StringOwner mapOwner(map);
     const StringOwner levelOwner(level);
     const StringOwner devicesOwner(devices);
+    const StringOwner labelsOwner(labels);
     if (!understood) {
         const ErrorOwner errorOwner(error);
         throw UsageError(error->message);
@@ -66,11 +71,17 @@ Options readOptions(int argc, char** argv) {
     if (check == FALSE && (devices != nullptr || json != FALSE)) {
         throw UsageError("--devices and --json need --check");
     }
+    if (check == FALSE && labels != nullptr) {
+        throw UsageError("--labels needs --check");
+    }
     Options options;
     options.check = check != FALSE;
     options.json = json != FALSE;
     if (devices != nullptr) {
         options.devices = devices;
+    }
+    if (labels != nullptr) {
+        options.labels = labels;
     }
     if (map != nullptr) {
         options.mapFile = map;

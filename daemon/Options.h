@@ -13,6 +13,8 @@ struct Options {
     bool check{false};
     /// For a check: the drivers of another device, with commas between them.
     std::optional<std::string> devices;
+    /// For a check: the file of labels. Without it, that of the device is checked if there is one.
+    std::optional<std::string> labels;
     /// For a check: print JSON.
     bool json{false};
 };

@@ -93,9 +93,9 @@ void requireGood(const Labels& labels, const std::string& text) {
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const MemoryFile file;
     file.replace(data, size);
-    const auto faults = Labels::faultsOf(file.path());
-    for (const std::string& fault : faults) {
-        if (fault.empty()) {
+    const auto faults = Labels::faultsIn(std::string(data, data + size));
+    for (const Labels::Fault& fault : faults) {
+        if (fault.message.empty()) {
             fail("a fault has no words");
         }
     }

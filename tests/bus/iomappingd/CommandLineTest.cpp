@@ -80,6 +80,40 @@ TEST_F(CommandLineTest, ACheckPrintsWhatIsWrongAndItsStatusIsTheVerdict) {
                   "--devices and --json need --check; see iomappingd --help");
 }
 
+TEST_F(CommandLineTest, ACheckLooksAtTheLabelsToo) {
+    const std::string good = directory.file("good.json", map);
+    const std::string strange = directory.file("strange.json", R"({"labels": {"77": {}}})");
+    const std::string warning = strange +
+                                ":1:13: warning: register 77: the map has no such register; "
+                                "correct the address, or remove the label\n";
+    Outcome outcome = run({"--check", "--map", good, "--labels", strange});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, warning);
+    const std::string bad = directory.file("bad.json", R"({"labels": {"1": {"scale": 0}}})");
+    outcome = run({"--check", "--json", "--map", good, "--labels", bad});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.output, HasSubstr("\"line\":1,\"column\":28,\"field\":null,\"address\":1"));
+    EXPECT_THAT(outcome.output, EndsWith("\"file\":\"" + bad + "\"}]\n"));
+    expectFailure(run({"--labels", bad}), "iomappingd", 2,
+                  "--labels needs --check; see iomappingd --help");
+}
+
+TEST_F(CommandLineTest, WithFaultsInTheMapNoLabelIsSaidToHaveNoRegister) {
+    const std::string bad =
+        directory.file("bad.json", mapOf({R"({"address": 1, "size": 8, "count": 0})"}));
+    const std::string labels = directory.file("labels.json", R"({"labels": {"77": {}}})");
+    EXPECT_THAT(run({"--check", "--map", bad, "--labels", labels}).output,
+                testing::Not(HasSubstr("no such register")));
+}
+
+TEST_F(CommandLineTest, ACheckTakesTheLabelsOfTheDeviceWhereThereAreSome) {
+    const std::string good = directory.file("good.json", map);
+    const std::string labels = directory.file("labels.json", "{}");
+    Process check({DAEMON, "--check", "--map", good}, {{"IO_MAPPING_LABELS", labels}});
+    EXPECT_EQ(check.waitForExit(), 1);
+    EXPECT_THAT(check.standardOutput(), HasSubstr(labels + ":1:1: error: there is no object"));
+}
+
 TEST_F(CommandLineTest, AMissingMapIsStatus1AndTellsTheRemedy) {
     const std::string line =
         "iomappingd: cannot read map file '/nowhere/map.json': No such file or directory; name "

@@ -27,6 +27,15 @@ class LabelsTest : public testing::Test {
         return file(R"({"labels": {"12": )" + text + "}}");
     }
 
+    /// What is wrong with a file, in words.
+    static std::vector<std::string> faultsOf(const std::string& path) {
+        std::vector<std::string> messages;
+        for (const Labels::Fault& fault : Labels::faultsIn(Labels::textOf(path).value())) {
+            messages.push_back(fault.message);
+        }
+        return messages;
+    }
+
     std::string refusal() {
         try {
             Labels::read(path);
@@ -42,7 +51,7 @@ class LabelsTest : public testing::Test {
 
 TEST_F(LabelsTest, AMissingFileHoldsNoLabel) {
     EXPECT_THAT(Labels::read(path).all(), IsEmpty());
-    EXPECT_THAT(Labels::faultsOf(path), IsEmpty());
+    EXPECT_EQ(Labels::textOf(path), std::nullopt);
 }
 
 TEST_F(LabelsTest, ALabelIsFoundByAddressAndByName) {
@@ -70,16 +79,15 @@ TEST_F(LabelsTest, ARegisterMayHaveALabelWithoutAName) {
 }
 
 TEST_F(LabelsTest, TwoRegistersOfOneNameAreAFault) {
-    EXPECT_THAT(
-        Labels::faultsOf(file(R"({"labels": {"1": {"name": "door"}, "2": {"name": "door"}}})")),
-        ElementsAre("register 2: register 1 has the name 'door' already"));
+    EXPECT_THAT(faultsOf(file(R"({"labels": {"1": {"name": "door"}, "2": {"name": "door"}}})")),
+                ElementsAre("register 2: register 1 has the name 'door' already"));
 }
 
 TEST_F(LabelsTest, EveryFaultIsTold) {
     file(R"({"labels": {"1": {"name": "1st", "skale": 2, "scale": 0}, "x": {}, "2": [],
                         "3": {"deadband": -1}}})");
     EXPECT_THAT(
-        Labels::faultsOf(path),
+        faultsOf(path),
         testing::UnorderedElementsAre(
             "register 1: name must be a word: a letter, then letters, digits, '_', '.' or '-'",
             "register 1: there is no key 'skale'",
@@ -87,6 +95,23 @@ TEST_F(LabelsTest, EveryFaultIsTold) {
             "'x' is not the address of a register in decimal",
             "register 2: the label must be an object",
             "register 3: deadband must not be negative"));
+}
+
+TEST_F(LabelsTest, EveryFaultIsToldWithItsPlace) {
+    const auto places = [](const std::string& text) {
+        std::vector<std::string> found;
+        for (const Labels::Fault& fault : Labels::faultsIn(text)) {
+            found.push_back(fault.label + "/" + fault.key + "/" +
+                            (fault.byte ? std::to_string(*fault.byte) : ""));
+        }
+        return found;
+    };
+    EXPECT_THAT(places(R"({"labels": {"1": {"skale": 2, "scale": 0}, "x": {}, "2": []}})"),
+                testing::UnorderedElementsAre("1/skale/", "1/scale/", "x//", "2//"));
+    EXPECT_THAT(places(R"({"labels": {"1": {"name": "a"}, "2": {"name": "a"}}})"),
+                ElementsAre("2/name/"));
+    EXPECT_THAT(places("{}"), ElementsAre("//"));
+    EXPECT_THAT(places("{\"labels\" 1}"), ElementsAre("//10"));
 }
 
 TEST_F(LabelsTest, AFaultyFileIsRefusedWithItsFirstFault) {
@@ -119,7 +144,7 @@ TEST_F(LabelsTest, EveryKeyRefusesWhatItIsNotFor) {
         {R"({"states": {"0": "on", "1": "on"}})", "states has two states of the name 'on'"},
     };
     for (const Fault& fault : faults) {
-        EXPECT_THAT(Labels::faultsOf(label(fault.label)),
+        EXPECT_THAT(faultsOf(label(fault.label)),
                     ElementsAre(std::string("register 12: ") + fault.words))
             << fault.label;
     }
@@ -127,8 +152,7 @@ TEST_F(LabelsTest, EveryKeyRefusesWhatItIsNotFor) {
 
 TEST_F(LabelsTest, AFileWithoutLabelsIsAFault) {
     for (const char* const text : {"{}", "[]", "1", R"({"labels": 1})"}) {
-        EXPECT_THAT(Labels::faultsOf(file(text)), ElementsAre("there is no object \"labels\""))
-            << text;
+        EXPECT_THAT(faultsOf(file(text)), ElementsAre("there is no object \"labels\"")) << text;
     }
 }
 
@@ -145,10 +169,10 @@ TEST_F(LabelsTest, EveryGoodFileIsReadAndEveryBadOneRefused) {
     ASSERT_GT(filesIn("tests/labels/good").size(), 3U);
     ASSERT_GT(filesIn("tests/labels/bad").size(), 20U);
     for (const std::string& good : filesIn("tests/labels/good")) {
-        EXPECT_THAT(Labels::faultsOf(good), IsEmpty()) << good;
+        EXPECT_THAT(faultsOf(good), IsEmpty()) << good;
     }
     for (const std::string& bad : filesIn("tests/labels/bad")) {
-        EXPECT_EQ(Labels::faultsOf(bad).size(), 1U) << bad;
+        EXPECT_EQ(faultsOf(bad).size(), 1U) << bad;
     }
 }
 
@@ -157,7 +181,7 @@ TEST_F(LabelsTest, TheLabelsOfTheExampleMapAreGood) {
 }
 
 TEST_F(LabelsTest, AFileThatIsNotJsonIsToldWithItsLine) {
-    EXPECT_THAT(Labels::faultsOf(file("{\n\"labels\": {\n}")),
+    EXPECT_THAT(faultsOf(file("{\n\"labels\": {\n}")),
                 ElementsAre(testing::ContainsRegex("line 3")));
 }
 

@@ -28,6 +28,16 @@ TEST(FindingTest, ALineHasThePlaceTheFieldTheMessageAndTheRemedy) {
               "map.json: warning: odd; mend it\n");
 }
 
+TEST(FindingTest, AFindingOfTheLabelsHasTheirFile) {
+    const Finding finding{true, MapPlaces::Place{2, 5}, std::nullopt, "12", "m",
+                          "r",  "labels.json"};
+    EXPECT_EQ(linesOf(finding), "labels.json:2:5: error: m; r\n");
+    EXPECT_EQ(jsonOf({finding}),
+              R"([{"severity":"error","line":2,"column":5,"field":null,"address":12,)"
+              R"("message":"m","remedy":"r","file":"labels.json"}])"
+              "\n");
+}
+
 TEST(FindingTest, AFindingIsOneLineOfUtf8WhateverTheFileHolds) {
     EXPECT_EQ(linesOf({true, std::nullopt, 0, "a\nb", "c\td", "\xEF."}),
               "map.json: error: field io_mapping[0], address a b: c d; \uFFFD.\n");

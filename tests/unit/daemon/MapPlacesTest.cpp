@@ -34,6 +34,17 @@ TEST(MapPlacesTest, FindsFieldsAndKeysByLineAndColumn) {
     EXPECT_THAT(places.fields()[1].keys, IsEmpty());
 }
 
+TEST(MapPlacesTest, FindsLabelsAndTheirKeysByLineAndColumn) {
+    const MapPlaces places("{\"labels\": {\"1\": {\"name\": 2},\n \"x\": [3], \"1\": {}}}");
+    ASSERT_EQ(places.labels().size(), 3U);
+    EXPECT_THAT(textsOf({places.labels()[0].key, places.labels()[1].key, places.labels()[2].key}),
+                ElementsAre("1 1:13 1:18", "x 2:2 2:7", "1 2:12 2:17"));
+    EXPECT_THAT(textsOf(places.labels()[0].keys), ElementsAre("name 1:19 1:27"));
+    EXPECT_THAT(places.labels()[1].keys, IsEmpty());
+    EXPECT_TRUE(places.fields().empty());
+    EXPECT_THAT(MapPlaces(R"({"labels": 1})").labels(), IsEmpty());
+}
+
 TEST(MapPlacesTest, PassesOverWhateverAValueHolds) {
     const MapPlaces places(
         R"({"x": {"io_mapping": [7]}, "io_mapping": [[{}, "]"], "}\"{", {"a": [{}, 1], "b": -1e5},

@@ -78,6 +78,13 @@ TEST(OptionsTest, ACheckIsAskedForWithItsDevicesAndItsForm) {
     EXPECT_TRUE(full.json);
     EXPECT_EQ(full.devices, "kr62,pd5-1");
     EXPECT_EQ(optionsOf({"--check", "--devices="}).devices, "");
+    EXPECT_FALSE(plain.labels.has_value());
+    EXPECT_EQ(optionsOf({"--check", "--labels", "a b.json"}).labels, "a b.json");
+    EXPECT_THAT(
+        [] {
+            optionsOf({"--labels", "x"});
+        },
+        ThrowsMessage<UsageError>("--labels needs --check"));
     for (const std::vector<std::string>& words :
          {std::vector<std::string>{"--json"}, {"--devices", "kr62"}}) {
         EXPECT_THAT([&words] { optionsOf(words); },
@@ -91,11 +98,11 @@ TEST(OptionsTest, TheVersionIsPrintedAndNoMore) {
 }
 
 TEST(OptionsTest, TheHelpNamesEveryOption) {
-    EXPECT_EXIT(
-        printOptionsOf({"--help"}), ExitedWithCode(0),
-        AllOf(HasSubstr("--map=FILE"), HasSubstr("/etc/io-mapping/map.json"),
-              HasSubstr("--log-level=LEVEL"), HasSubstr("notice (default)"), HasSubstr("--check"),
-              HasSubstr("--devices=LIST"), HasSubstr("--json"), HasSubstr("--version")));
+    EXPECT_EXIT(printOptionsOf({"--help"}), ExitedWithCode(0),
+                AllOf(HasSubstr("--map=FILE"), HasSubstr("/etc/io-mapping/map.json"),
+                      HasSubstr("--log-level=LEVEL"), HasSubstr("notice (default)"),
+                      HasSubstr("--check"), HasSubstr("--devices=LIST"), HasSubstr("--labels=FILE"),
+                      HasSubstr("--json"), HasSubstr("--version")));
 }
 
 }  // namespace
