@@ -9,9 +9,9 @@ constexpr bool EMULATED = true;
 constexpr bool EMULATED = false;
 #endif
 
-/// Whether a sanitizer is compiled in. What it does to time and memory is none of the service's
-/// doing, so tests of those look at less there.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+/// Whether a sanitizer is compiled in, or a count of the lines that run. What these do to time and
+/// memory is none of the service's doing, so tests of those look at less there.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(COUNTS_LINES)
 constexpr bool SANITIZED = true;
 #else
 constexpr bool SANITIZED = false;

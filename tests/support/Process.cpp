@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 #include "Deadline.h"
 
@@ -63,6 +64,17 @@ Process::Process(const std::vector<std::string>& command,
 
 Process::~Process() {
     if (exitStatus < 0) {
+#ifdef COUNTS_LINES
+        // A process that is killed does not write which of its lines have run.
+        signal(SIGTERM);
+        signal(SIGCONT);
+        siginfo_t end{};
+        const Deadline deadline;
+        while (waitid(P_PID, static_cast<id_t>(child), &end, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+               end.si_pid == 0 && !deadline.passed()) {
+            std::this_thread::yield();
+        }
+#endif
         kill(child, SIGKILL);
         waitpid(child, nullptr, 0);
     }

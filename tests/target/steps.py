@@ -15,7 +15,7 @@ LEFT_OUT = {
     r"armhf\.fleet\..*": "needs Python and a broker, which the machine has not",
     r"armhf\.bus\.maps": "needs Python with jsonschema; its maps run through bus.* and fuzz.*",
     r"armhf\.(completion|demo\..*|examples|installed)": "for users of a whole Debian, not of the machine",
-    r"armhf\.(documents|reference)": "do not depend on the machine",
+    r"armhf\.(documents|reference|tools)": "do not depend on the machine",
 }
 
 # How many times as long as on the host a test may take.
