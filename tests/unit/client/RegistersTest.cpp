@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "FakeService.h"
+#include "KR62Driver.h"
+#include "PD5Driver.h"
 #include "PrivateBus.h"
 #include "client/Failure.h"
 #include "tesk/Exceptions.h"
@@ -182,6 +184,16 @@ TEST_F(RegistersTest, OnlyTypesThatAProgramCanSetAreWritten) {
                              Type::RELAY, Type::OUTPUT_DIGITAL, Type::PULLUP, Type::INPUT_COUNTER,
                              Type::RTS, Type::USB_ENABLE, Type::COLOR_LED, Type::BRIGHTNESS_LED,
                              Type::ENABLE_ANALOG, Type::VIRTUAL, Type::UNKNOWN));
+}
+
+/// The drivers of the boards say themselves which types they watch. Of a GPIO chip the service
+/// watches the line whose edges it asks for, and a virtual register changes only by a write.
+TEST_F(RegistersTest, ATypeIsAnnouncedIfTheServiceWatchesIt) {
+    for (const RegisterType type : getAllTypes()) {
+        const bool isWatched = KR62Driver::isWatched(type) || PD5Driver::isWatched(type) ||
+                               type == RegisterType::CTS || type == RegisterType::VIRTUAL;
+        EXPECT_EQ(isAnnounced(type), isWatched) << getTypeName(type);
+    }
 }
 
 }  // namespace
