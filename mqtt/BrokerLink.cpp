@@ -3,6 +3,7 @@
 
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
+#include <openssl/ssl.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -239,6 +240,20 @@ void BrokerLink::onPublish(mosquitto* /*client*/, void* link, int id, int /*code
 
 void BrokerLink::onLog(mosquitto* /*client*/, void* link, int level, const char* text) {
     if (level == MOSQ_LOG_ERR) {
-        static_cast<BrokerLink*>(link)->lastError = text;
+        static_cast<BrokerLink*>(link)->noteError(text);
+    }
+}
+
+/// The first of several texts names the cause. OpenSSL knows better what is wrong with a
+/// certificate, as long as the connection is there.
+void BrokerLink::noteError(const char* text) {
+    if (lastError.empty()) {
+        lastError = text;
+    }
+    auto* const ssl = static_cast<SSL*>(mosquitto_ssl_get(client.get()));
+    const long result = ssl != nullptr ? SSL_get_verify_result(ssl) : X509_V_OK;
+    if (result != X509_V_OK && result != X509_V_ERR_UNSPECIFIED) {
+        lastError = std::string("the certificate of the broker is refused: ") +
+                    X509_verify_cert_error_string(result);
     }
 }

@@ -114,6 +114,7 @@ class BrokerLink {
     void checkConnected();
     void checkClosed() const;
     void check(int result) const;
+    void noteError(const char* text);
     [[noreturn]] void fail(const std::string& reason) const;
 
     const BrokerSettings& settings;

@@ -6,9 +6,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <deque>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -54,16 +56,21 @@ class MqttFixture : public IomapFixture {
     /// Starts iomap-mqtt.
     ///
     /// @param settings keys of the configuration besides the broker's and the device's
+    /// @param more keys of the broker
+    /// @param otherPort where to connect, if not straight to the broker
     std::unique_ptr<Process> launchGateway(
         const std::string& settings = "",
-        const std::map<std::string, std::string>& environment = {}, const std::string& more = "") {
+        const std::map<std::string, std::string>& environment = {}, const std::string& more = "",
+        std::optional<int> otherPort = std::nullopt) {
         const std::string file = directory.file("labels.json", labels);
-        const std::string config = directory.file(
-            "mqtt.json", R"({"broker": {"host": "127.0.0.1", "port": )" + std::to_string(port) +
-                             more + R"(}, "device": "device", "labels": ")" + file + "\"" +
-                             (settings.empty() ? "" : ", " + settings) + "}");
-        return std::make_unique<Process>(std::vector<std::string>{IOMAP_MQTT, "--config", config},
-                                         environment);
+        const std::string config =
+            directory.file("mqtt.json", R"({"broker": {"host": "127.0.0.1", "port": )" +
+                                            std::to_string(otherPort.value_or(port)) + more +
+                                            R"(}, "device": "device", "labels": ")" + file + "\"" +
+                                            (settings.empty() ? "" : ", " + settings) + "}");
+        std::vector<std::string> command = launcher;
+        command.insert(command.end(), {IOMAP_MQTT, "--config", config});
+        return std::make_unique<Process>(command, environment);
     }
 
     /// Everything at work: the service, the broker, a subscriber, and iomap-mqtt.
@@ -73,6 +80,15 @@ class MqttFixture : public IomapFixture {
         subscriber = subscribe();
         gateway = launchGateway(settings);
         next("data", "[20,0,");
+    }
+
+    /// Starts the broker again, and a subscriber before iomap-mqtt can see the broker.
+    void startBrokerUnseen() {
+        gateway->signal(SIGSTOP);
+        startBroker();
+        subscriber = subscribe();
+        heard.clear();
+        gateway->signal(SIGCONT);
     }
 
     /// The payload of the next message of a topic. Messages of other topics wait for their turn.
@@ -105,6 +121,26 @@ class MqttFixture : public IomapFixture {
         return command;
     }
 
+    /// The registers as `iomap list --json` has them, from a snapshot.
+    static std::string listOf(const std::string& snapshot) {
+        const auto message =
+            Poco::JSON::Parser().parse(snapshot).extract<Poco::JSON::Object::Ptr>();
+        Poco::JSON::Array table;
+        for (const auto& entry : *message->getArray("registers")) {
+            const auto row = entry.extract<Poco::JSON::Array::Ptr>();
+            Poco::JSON::Object::Ptr object(new Poco::JSON::Object);
+            object->set("address", row->get(0));
+            object->set("type", row->get(1));
+            object->set("index", row->get(2));
+            object->set("maximum", row->get(3));
+            object->set("value", row->get(4));
+            table.add(object);
+        }
+        std::ostringstream text;
+        table.stringify(text);
+        return json(text.str());
+    }
+
     /// A port of the loopback that nobody listens on.
     static int freePort() {
         const FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -119,6 +155,7 @@ class MqttFixture : public IomapFixture {
 
     const std::string map = mapOf(
         {R"({"address": 1, "size": 8, "count": 4})", R"({"address": 20, "size": 32, "count": 1})"});
+    std::vector<std::string> launcher;  ///< What starts iomap-mqtt, if not the test itself.
     std::string labels = R"({"labels": {
         "2": {"name": "pump", "states": {"0": "off", "1": "on"}},
         "20": {"name": "level", "unit": "cm", "scale": 0.1, "deadband": 0.5}}})";
