@@ -18,14 +18,11 @@
 /// acknowledged, so after a crash some batches are sent twice, and none is lost that was flushed.
 class OutageStore {
  public:
-    static constexpr std::size_t MOST_IN_MEMORY = 1024 * 1024;
-    static constexpr std::size_t MOST_IN_FILES = 16 * MOST_IN_MEMORY;
-
     /// Finds what an earlier start has left.
     ///
     /// @param directory where files may be written; empty: memory only
-    explicit OutageStore(std::filesystem::path directory, std::size_t memory = MOST_IN_MEMORY,
-                         std::size_t files = MOST_IN_FILES);
+    /// @param memory, files how many bytes may be kept there
+    OutageStore(std::filesystem::path directory, std::size_t memory, std::size_t files);
 
     /// Adds the newest batch.
     void push(const Batch& batch);

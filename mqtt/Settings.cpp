@@ -105,6 +105,19 @@ PollPlan readPlan(ConfigSection section) {
     return plan;
 }
 
+OutageSettings readOutage(ConfigSection section) {
+    constexpr int LEAST = 1024;
+    constexpr int MOST_MEMORY = 16 * 1024 * 1024;
+    constexpr int MOST_FILES = 1024 * 1024 * 1024;
+    OutageSettings outage;
+    outage.memory = static_cast<std::size_t>(
+        section.whole("memory", static_cast<int>(outage.memory), LEAST, MOST_MEMORY));
+    outage.files = static_cast<std::size_t>(
+        section.whole("files", static_cast<int>(outage.files), LEAST, MOST_FILES));
+    section.refuseOthers();
+    return outage;
+}
+
 HomeAssistantSettings readHomeAssistant(ConfigSection section) {
     HomeAssistantSettings settings;
     settings.prefix = prefixOf(section, "prefix", settings.prefix);
@@ -124,6 +137,7 @@ Settings readSettings(const std::string& path, std::vector<std::string>& faults)
     settings.labelsFile = fileOf(root, "labels", Labels::DEFAULT_FILE);
     settings.writable = root.ranges("writable");
     settings.retainValues = root.flag("retain_values", false);
+    settings.outage = readOutage(root.section("outage"));
     if (root.has("home_assistant")) {
         settings.homeAssistant = readHomeAssistant(root.section("home_assistant"));
     }

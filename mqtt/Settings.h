@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,6 +29,12 @@ struct HomeAssistantSettings {
     int expireAfter{900};                 ///< Seconds after which a value counts as unknown.
 };
 
+/// How much is kept while the broker is away, in bytes.
+struct OutageSettings {
+    std::size_t memory{1024 * 1024};
+    std::size_t files{16 * 1024 * 1024};
+};
+
 /// The configuration of the program.
 struct Settings {
     /// Where the configuration is unless the command line says otherwise.
@@ -40,6 +47,7 @@ struct Settings {
     AddressRanges writable;
     PollPlan plan;
     bool retainValues{false};
+    OutageSettings outage;
     std::optional<HomeAssistantSettings> homeAssistant;  ///< Without it, there is no discovery.
 
     /// Reads a configuration file.

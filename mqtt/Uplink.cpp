@@ -62,7 +62,7 @@ Uplink::Uplink(const Settings& configuration, Credentials secrets, Mailbox& box,
       topics(configuration.prefix, configuration.device),
       session(std::move(sessionWord)),
       boot(bootId()),
-      store(stateDirectory),
+      store(stateDirectory, settings.outage.memory, settings.outage.files),
       backoff(randomPart),
       stopEvent(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
     if (settings.homeAssistant) {

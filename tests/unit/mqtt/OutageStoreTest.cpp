@@ -13,6 +13,9 @@
 
 namespace {
 
+constexpr std::size_t MEMORY = 1024 * 1024;
+constexpr std::size_t FILES = 16 * MEMORY;
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -59,7 +62,7 @@ class OutageStoreTest : public testing::Test {
 };
 
 TEST_F(OutageStoreTest, BatchesComeInOrderAndStayUntilTheyAreRemoved) {
-    OutageStore store("");
+    OutageStore store("", MEMORY, FILES);
     push(store, 1, 3);
     EXPECT_EQ(store.oldest()->sequence, 1U);
     EXPECT_EQ(store.oldest()->sequence, 1U);
@@ -67,7 +70,7 @@ TEST_F(OutageStoreTest, BatchesComeInOrderAndStayUntilTheyAreRemoved) {
 }
 
 TEST_F(OutageStoreTest, InMemoryTheOldestGiveWayAndAreCounted) {
-    OutageStore store("", 1000);
+    OutageStore store("", 1000, FILES);
     push(store, 1, 100);
     const auto left = drain(store);
     EXPECT_EQ(left.back(), 100U);
@@ -103,27 +106,27 @@ TEST_F(OutageStoreTest, FilesAreBoundedToo) {
 
 TEST_F(OutageStoreTest, TheNextStartFindsWhatWasFlushed) {
     {
-        OutageStore store(directory.path());
+        OutageStore store(directory.path(), MEMORY, FILES);
         push(store, 1, 3);
         store.flush();
         push(store, 4, 5);
         store.flush();
         EXPECT_EQ(files(), 1) << "flushing now and then makes no file each time";
     }
-    OutageStore again(directory.path());
+    OutageStore again(directory.path(), MEMORY, FILES);
     push(again, 6, 6);
     EXPECT_THAT(drain(again), ElementsAre(1, 2, 3, 4, 5, 6));
 }
 
 TEST_F(OutageStoreTest, ALineThatACrashHasCutOffIsCounted) {
     {
-        OutageStore store(directory.path());
+        OutageStore store(directory.path(), MEMORY, FILES);
         push(store, 1, 3);
         store.flush();
     }
     const auto path = std::filesystem::directory_iterator(directory.path())->path();
     std::filesystem::resize_file(path, std::filesystem::file_size(path) - 10);
-    OutageStore again(directory.path());
+    OutageStore again(directory.path(), MEMORY, FILES);
     push(again, 4, 4);
     again.flush();
     EXPECT_THAT(drain(again), ElementsAre(1, 2, 4));
@@ -131,7 +134,7 @@ TEST_F(OutageStoreTest, ALineThatACrashHasCutOffIsCounted) {
 }
 
 TEST_F(OutageStoreTest, RemovingWhatHasGivenWayRemovesNothingElse) {
-    OutageStore store("", 1000);
+    OutageStore store("", 1000, FILES);
     push(store, 1, 1);
     const Batch first = *store.oldest();
     push(store, 2, 100);
@@ -141,7 +144,7 @@ TEST_F(OutageStoreTest, RemovingWhatHasGivenWayRemovesNothingElse) {
 }
 
 TEST_F(OutageStoreTest, WithoutADirectoryThatCanBeWrittenMemoryIsLeft) {
-    OutageStore store(directory.path() / "missing", 1000);
+    OutageStore store(directory.path() / "missing", 1000, FILES);
     push(store, 1, 100);
     store.flush();
     const auto left = drain(store);

@@ -58,6 +58,7 @@ TEST_F(SettingsTest, EveryKeyIsTaken) {
                    "client_id": "c", "ca_file": "/ca", "certificate_file": "/cert"},
         "prefix": "a/b", "device": "d", "labels": "/labels.json", "writable": [5, "7-9"],
         "poll": {"input_analog": 0.5}, "retain_values": true,
+        "outage": {"memory": 2048, "files": 4096},
         "home_assistant": {"prefix": "ha", "name": "Pump house", "expire_after": 600}})");
     EXPECT_TRUE(settings.broker.version5);
     EXPECT_EQ(settings.broker.clientId, "c");
@@ -66,6 +67,8 @@ TEST_F(SettingsTest, EveryKeyIsTaken) {
     EXPECT_TRUE(settings.writable.contains(8));
     EXPECT_EQ(settings.plan.intervalOf(RegisterType::INPUT_ANALOG), std::chrono::milliseconds(500));
     EXPECT_TRUE(settings.retainValues);
+    EXPECT_EQ(settings.outage.memory, 2048U);
+    EXPECT_EQ(settings.outage.files, 4096U);
     EXPECT_EQ(settings.homeAssistant->prefix, "ha");
     EXPECT_EQ(settings.homeAssistant->name, "Pump house");
     EXPECT_EQ(settings.homeAssistant->expireAfter, 600);
