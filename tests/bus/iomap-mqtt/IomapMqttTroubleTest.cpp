@@ -1,0 +1,205 @@
+// SPDX-License-Identifier: MIT
+#include <algorithm>
+#include <csignal>
+#include <fstream>
+#include <numeric>
+#include <set>
+
+#include "Build.h"
+#include "MqttFixture.h"
+
+namespace {
+
+using testing::AllOf;
+using testing::Each;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+/// Brokers that go, clients that fight, and messages that nobody should send.
+class IomapMqttTroubleTest : public MqttFixture {
+ protected:
+    void stopBroker() const {
+        broker->signal(SIGKILL);
+        broker->waitForExit();
+        gateway->waitForLine("is lost: ");
+    }
+
+    /// Takes all changes until one has a text in it.
+    void takeUntil(const std::string& part) {
+        std::string message;
+        do {
+            message = next("data");
+            take(message);
+        } while (message.find(part) == std::string::npos);
+    }
+
+    /// Writes values to register 1, one after the other. When the last one is read back, all
+    /// changes have been told on the bus.
+    void write(int first, int last) const {
+        for (int value = first; value <= last; ++value) {
+            iomapDone({"write", "1=" + std::to_string(value)});
+        }
+    }
+
+    static Poco::JSON::Object::Ptr objectOf(const std::string& text) {
+        return Poco::JSON::Parser().parse(text).extract<Poco::JSON::Object::Ptr>();
+    }
+
+    /// Takes what a message of changes tells of register 1, and its number.
+    void take(const std::string& message) {
+        const auto batch = objectOf(message);
+        sequences.insert(batch->getValue<int>("sequence"));
+        for (const auto& entry : *batch->getArray("changes")) {
+            const auto change = entry.extract<Poco::JSON::Array::Ptr>();
+            if (change->getElement<int>(0) == 1) {
+                values.push_back(change->getElement<int>(1));
+            }
+        }
+    }
+
+    /// Hears all that was kept, until a value of register 1 comes.
+    void hearReplayUntil(int value) {
+        while (values.empty() || values.back() != value) {
+            take(next("replay"));
+        }
+    }
+
+    int droppedOf(const std::string& info) { return objectOf(info)->getValue<int>("dropped"); }
+
+    std::set<int> sequences;
+    std::vector<int> values;
+};
+
+TEST_F(IomapMqttTroubleTest, ADeviceThatFallsSilentIsOfflineAfterItsKeepAlive) {
+    startService(map);
+    startBroker();
+    subscriber = subscribe();
+    gateway = launchGateway("", {}, R"(, "keep_alive": 5)");
+    next("status", "online");
+    next("data", "[20,0,");
+    gateway->signal(SIGSTOP);
+    next("status", "offline");
+    gateway->signal(SIGCONT);
+    next("status", "online");
+}
+
+TEST_F(IomapMqttTroubleTest, ANewBrokerGetsAllThatItNeedsAndNothingElse) {
+    startAll(R"("writable": ["1-2"])");
+    stopBroker();
+    startBrokerUnseen();
+    next("status", "online");
+    next("info", R"("registers":5,)");
+    next("r/level");
+    publish("set/2", R"({"token": "a", "value": 1})");
+    EXPECT_EQ(next("ack"), R"({"token":"a","set":"2","ok":true})");
+    next("data", "[2,1,");
+    publish("get", R"({"token": "mine"})");
+    EXPECT_THAT(next("snapshot"), HasSubstr(R"("token":"mine")"));
+    EXPECT_THAT(heard["snapshot"], IsEmpty());
+    // Nobody has asked for the values that have not changed.
+    EXPECT_THAT(heard["data"], Each(Not(HasSubstr("[20,0,"))));
+}
+
+TEST_F(IomapMqttTroubleTest, NoChangeOfAShortOutageIsLost) {
+    constexpr int LAST = 30;
+    const std::string state = directory.path() / "state";
+    std::filesystem::create_directory(state);
+    startService(map);
+    startBroker();
+    subscriber = subscribe();
+    gateway = launchGateway(R"("outage": {"memory": 1024, "files": 65536})",
+                            {{"STATE_DIRECTORY", state}});
+    takeUntil("[20,0,");
+    stopBroker();
+    write(1, LAST);
+    startBrokerUnseen();
+    hearReplayUntil(LAST);
+    std::vector<int> expected(LAST);
+    std::iota(expected.begin(), expected.end(), 1);
+    // What was sent but not acknowledged comes once more.
+    values.erase(values.begin(), std::find(values.begin(), values.end(), 1));
+    EXPECT_EQ(values, expected);
+    EXPECT_EQ(droppedOf(next("info", "\"registers\":")), 0);
+}
+
+TEST_F(IomapMqttTroubleTest, TheMessagesOfALongOutageThatAreLostAreCounted) {
+    startService(map);
+    startBroker();
+    subscriber = subscribe();
+    gateway = launchGateway(R"("outage": {"memory": 1024})");
+    takeUntil("[20,0,");
+    stopBroker();
+    {
+        const Process writer(
+            {"sh", "-c", "while :; do \"$0\" write 1=1 && \"$0\" write 1=2 || exit; done", IOMAP});
+        gateway->waitForLine("messages are lost until now");
+    }
+    constexpr int LAST = 100;
+    write(LAST, LAST);
+    startBrokerUnseen();
+    hearReplayUntil(LAST);
+    const int dropped = droppedOf(next("info", "\"registers\":"));
+    EXPECT_GT(dropped, 0);
+    iomapDone({"write", "1=200"});
+    takeUntil("[1,200,");
+    EXPECT_EQ(*sequences.rbegin() - static_cast<int>(sequences.size()), dropped);
+}
+
+TEST_F(IomapMqttTroubleTest, OfTwoClientsWithOneIdTheOneThatIsLeftWorks) {
+    startAll();
+    auto other = launchGateway();
+    gateway->waitForLine("is lost: ");
+    other->waitForLine("is lost: ");
+    gateway->waitForLine("connected to the broker");
+    other->waitForLine("is lost: ");
+    other->signal(SIGKILL);
+    other->waitForExit();
+    iomapDone({"write", "20=77"});
+    // At once or later: the other one may have been connected when it ended.
+    while (subscriber->waitForLine(MARK).find("[20,77,") == std::string::npos) {
+    }
+}
+
+TEST_F(IomapMqttTroubleTest, HostileMessagesAreAnsweredOrDroppedAndDoNoHarm) {
+    startAll(R"("writable": ["1-9"])");
+    const std::string nested = directory.file("nested", std::string(4000, '['));
+    const std::string binary = directory.file("binary", std::string("\x00\xFF\xC0\x80\x01", 5));
+    const std::string large = directory.file("large", std::string(1'000'000, '7'));
+    for (const std::string& file : {nested, binary, large}) {
+        for (const std::string topic :
+             {"get", "set/1", "set/", "set/1/2", "set/\xC3\xA9\xC3\xA9"}) {
+            expectSuccess(outcomeOf(
+                client("mosquitto_pub", {"-q", "1", "-t", "iomap/device/" + topic, "-f", file})));
+            EXPECT_THAT(next("ack"), AllOf(HasSubstr(R"("ok":false,"error":)"),
+                                           Not(HasSubstr("77777777")), Not(HasSubstr("[[[["))));
+        }
+    }
+    publish("set/1", "5");
+    EXPECT_EQ(next("ack"), R"({"set":"1","ok":true})");
+    EXPECT_EQ(iomapDone({"read", "1"}), "5\n");
+}
+
+TEST_F(IomapMqttTroubleTest, AMessageWithoutBoundEndsTheConnectionAndNotTheProgram) {
+    startService(map);
+    startBroker();
+    // One level: the large message itself need not come.
+    subscriber = subscribe("iomap/device/+");
+    launcher = {"prlimit", SANITIZED ? "--data=unlimited" : "--data=67108864"};
+    gateway = launchGateway(R"("writable": ["1-9"])");
+    next("status", "online");
+    const std::string large = directory.path() / "large";
+    std::ofstream(large).close();
+    std::filesystem::resize_file(large, 100'000'000);
+    expectSuccess(outcomeOf(client("mosquitto_pub", {"-t", "iomap/device/set/1", "-f", large})));
+    if (!SANITIZED) {
+        gateway->waitForLine("Out of memory");
+        next("status", "offline");
+        next("status", "online");
+    }
+    publish("set/1", R"({"token": "small", "value": 5})");
+    next("ack", R"("token":"small")");
+    EXPECT_EQ(iomapDone({"read", "1"}), "5\n");
+}
+
+}  // namespace
