@@ -62,8 +62,8 @@ void checkFiles(const Options& options) {
     }
     if (faults.empty()) {
         const std::string labels = Settings::read(options.config).labelsFile;
-        for (std::string& fault : Labels::faultsOf(labels)) {
-            faults.push_back(fault.insert(0, ": ").insert(0, labels));
+        for (const Labels::Fault& fault : Labels::faultsIn(Labels::textOf(labels).value_or("{}"))) {
+            faults.push_back(labels + ": " + fault.message);
         }
     }
     for (const std::string& fault : faults) {
