@@ -3,7 +3,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <numeric>
 #include <string>
 #include <thread>
 #include <vector>
@@ -39,6 +42,14 @@ class ChangeListeners {
     /// What one of them has heard so far.
     const HeardChanges& heard(std::size_t listener) const { return *all.at(listener).heard; }
 
+    /// How many changes all of them together have heard so far.
+    std::uint64_t told() const {
+        return std::accumulate(all.begin(), all.end(), std::uint64_t{0},
+                               [](std::uint64_t sum, const Listener& listener) {
+                                   return sum + listener.heard->count;
+                               });
+    }
+
     /// Waits until all have heard of a value; false when they do not.
     bool waitUntilAllHeard(int address, int value,
                            std::chrono::milliseconds patience = PATIENCE) const {
@@ -51,9 +62,12 @@ class ChangeListeners {
     }
 
     /// Whether the last change that each has heard of a register has this value.
-    bool allHeard(int address, int value) const {
-        return std::all_of(all.begin(), all.end(), [&](const Listener& listener) {
-            return listener.heard->last.at(static_cast<std::size_t>(address)) == value;
+    bool allHeard(int address, int value) const { return missing(address, value) == 0; }
+
+    /// How many of them have heard of another value of a register last, or of none.
+    std::ptrdiff_t missing(int address, int value) const {
+        return std::count_if(all.begin(), all.end(), [&](const Listener& listener) {
+            return listener.heard->last.at(static_cast<std::size_t>(address)) != value;
         });
     }
 

@@ -4,6 +4,47 @@
 import unittest
 
 import coverage
+import soak
+
+
+def report(*tests):
+    return {"testsuites": [{"testsuite": [{"status": "RUN", **test} for test in tests]}]}
+
+
+class SoakTest(unittest.TestCase):
+    def setUp(self):
+        self.row = soak.Row("StormTest")
+
+    def test_figures_are_added_and_the_largest_growth_counts(self):
+        soak.take_report(self.row, report({"told": "20", "growth": "12.5"}, {"told": "3", "faults": "2"}))
+        soak.take_report(self.row, report({"growth": "-4"}))
+        self.assertEqual(self.row.cells(), ["StormTest", "3", "2", "23", "-", "12", "passed"])
+
+    def test_a_failed_test_fails_the_row(self):
+        soak.take_report(self.row, report({}, {"failures": [{}]}))
+        self.assertEqual(self.row.cells()[-1], "FAILED")
+
+    def test_a_lost_value_fails_the_row(self):
+        soak.take_report(self.row, report({"lost": "1"}))
+        self.assertEqual(self.row.cells()[-1], "FAILED")
+
+    def test_a_run_without_tests_fails_the_row(self):
+        soak.take_report(self.row, report())
+        self.assertEqual(self.row.cells()[-1], "FAILED")
+
+    def test_a_fuzzer_tells_its_rounds(self):
+        soak.take_fuzzing(self.row, 0, "#2 DONE\nstat::number_of_executed_units: 1234\n")
+        self.assertEqual(self.row.cells(), ["StormTest", "1234", "-", "-", "-", "-", "passed"])
+
+    def test_a_fuzzer_that_ends_otherwise_fails_the_row(self):
+        for status, text in (77, "stat::number_of_executed_units: 5\n"), (0, "usage"):
+            row = soak.Row("labels")
+            soak.take_fuzzing(row, status, text)
+            self.assertEqual(row.cells()[-1], "FAILED")
+
+    def test_columns_stand_below_their_heads(self):
+        lines = soak.table([self.row, soak.Row("map-file")]).splitlines()
+        self.assertEqual(len({len(line) for line in lines}), 1)
 
 
 class CoverageTest(unittest.TestCase):

@@ -49,9 +49,12 @@ TEST_F(EnduranceTest, TrafficLeavesMemoryAndDescriptorsAsTheyWere) {
     for (int number = WARM_UP + 1; number <= SECONDS; ++number) {
         second(client, number);
     }
-    ASSERT_TRUE(listeners.waitUntilAllHeard(VIRTUAL, SECONDS));
+    EXPECT_TRUE(listeners.waitUntilAllHeard(VIRTUAL, SECONDS));
+    recordFigure("told", listeners.told());
+    recordFigure("lost", listeners.missing(VIRTUAL, SECONDS));
     EXPECT_EQ(openDescriptors(service.pid()), descriptors);
     const double growth = kilobytes(service.pid(), "status", "VmRSS:") - memory;
+    recordFigure("growth", growth);
     std::cout << "growth in " << SECONDS << " s of traffic: " << growth << " kB\n";
     if (!SANITIZED) {
         EXPECT_LE(growth, LARGEST_GROWTH);
