@@ -12,3 +12,7 @@ void addWriteCommand(CLI::App& app);
 void addInfoCommand(CLI::App& app);
 void addWatchCommand(CLI::App& app);
 void addStatusCommand(CLI::App& app);
+void addHelpCommand(CLI::App& app);
+
+/// Adds all of them. The app must live as long as the command line is parsed.
+void addCommands(CLI::App& app);

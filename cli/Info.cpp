@@ -90,5 +90,6 @@ void addInfoCommand(CLI::App& app) {
         ->type_name("NAME|ADDR|FIRST-LAST")
         ->required();
     command->add_flag("--json", options->json, "Print a JSON array");
+    command->footer("Example:\n  iomap info door 20-25");
     command->callback([options] { info(*options); });
 }

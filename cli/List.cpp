@@ -79,5 +79,6 @@ void addListCommand(CLI::App& app) {
         ->allow_extra_args(false);
     command->add_flag("--raw", options->raw, "Leave out names, scaled values and units");
     command->add_flag("--json", options->json, "Print a JSON array");
+    command->footer("Example:\n  iomap list --type input_digital");
     command->callback([options] { list(*options); });
 }

@@ -98,5 +98,6 @@ void addReadCommand(CLI::App& app) {
         ->required();
     command->add_flag("--raw", options->raw, "Print raw values, without scale, unit and states");
     command->add_flag("--json", options->json, "Print a JSON array of addresses and values");
+    command->footer("Example:\n  iomap read door 20-25");
     command->callback([options] { read(*options); });
 }

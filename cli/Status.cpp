@@ -146,5 +146,6 @@ void addStatusCommand(CLI::App& app) {
     command->add_option("--wait", options->wait, "Wait up to this long for the service")
         ->type_name("SECONDS");
     command->add_flag("--json", options->json, "Print a JSON object");
+    command->footer("Example:\n  iomap status --wait 60");
     command->callback([options] { status(*options); });
 }

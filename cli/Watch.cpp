@@ -372,5 +372,6 @@ void addWatchCommand(CLI::App& app) {
                       "Leave out values equal to the last one of the register");
     command->add_flag("--raw", options->raw, "Leave out names, scaled values and units");
     command->add_flag("--json", options->json, "Print one JSON object a line");
+    command->footer("Example:\n  iomap watch door --timeout 60");
     command->callback([options] { watch(*options); });
 }

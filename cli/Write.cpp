@@ -80,5 +80,9 @@ void addWriteCommand(CLI::App& app) {
         ->required();
     command->add_flag("--raw", options->raw, "Take raw values also for names");
     command->add_flag("--json", options->json, "Print what was written as a JSON object");
+    command->footer(
+        "Examples:\n"
+        "  iomap write door=open 300=0x7f\n"
+        "  iomap write 1-4=0");
     command->callback([options] { write(*options); });
 }

@@ -11,7 +11,8 @@
 /// which does the work, and reports a failure on one line of standard error under the name of the
 /// app.
 ///
-/// An app that takes a subcommand (`app.require_subcommand(0, 1)`) is refused a line without one.
+/// An app that takes a subcommand (`app.require_subcommand(0, 1)`) is refused a line without one. A
+/// mistyped one is refused with a suggestion.
 ///
 /// @param reasonOf gives the words for an exception that the work has thrown
 /// @param statusOf gives the exit status for it
@@ -22,3 +23,8 @@ int runProgram(
     int (*statusOf)(const std::exception& error) = [](const std::exception& /*error*/) {
         return EXIT_FAILURE;
     });
+
+/// Refuses a subcommand that the app does not have; suggests the one that is most likely meant.
+///
+/// @throws UsageError always
+[[noreturn]] void refuseSubcommand(const CLI::App& app, const std::string& name);

@@ -126,13 +126,7 @@ void readOptions(const CLI::App& command) {
 void run(std::vector<std::string> arguments) {
     CLI::App app("", "iomap");
     app.set_version_flag("--version", "iomap");
-    app.require_subcommand(0, 1);
-    addListCommand(app);
-    addReadCommand(app);
-    addWriteCommand(app);
-    addInfoCommand(app);
-    addWatchCommand(app);
-    addStatusCommand(app);
+    addCommands(app);
     // Comes right before the work of the subcommand.
     app.parse_complete_callback([&app] {
         if (!app.get_subcommands().empty()) {

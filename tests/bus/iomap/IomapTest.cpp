@@ -41,10 +41,11 @@ class IomapTest : public IomapFixture {
 TEST_F(IomapTest, HelpNamesEverySubcommandAndOption) {
     const std::vector<std::pair<Arguments, Arguments>> cases{
         {{},
-         {"list ", "read ", "write ", "info ", "watch ", "status ", "--version",
+         {"list ", "read ", "write ", "help ", "info ", "watch ", "status ", "--version",
           "\n  3  no service", "\n  4  this user has not the right\n", "man iomap"}},
         {{"list"}, {"--type TYPE", "--json"}},
         {{"read"}, {"ADDR|FIRST-LAST", "--json"}},
+        {{"help"}, {"subcommand"}},
         {{"write"}, {"ADDR=VALUE", "--json"}},
         {{"info"}, {"ADDR|FIRST-LAST", "--json"}},
         {{"watch"},
@@ -64,6 +65,22 @@ TEST_F(IomapTest, HelpNamesEverySubcommandAndOption) {
     }
 }
 
+TEST_F(IomapTest, EverySubcommandShowsAnExampleOfItself) {
+    for (const char* subcommand :
+         {"list", "read", "write", "info", "watch", "status", "help"}) {
+        EXPECT_THAT(iomapDone({subcommand, "--help"}),
+                    testing::ContainsRegex("Examples?:\n  iomap " + std::string(subcommand)));
+    }
+}
+
+TEST_F(IomapTest, HelpIsAlsoASubcommandThatNeedsNoBus) {
+    bus.kill();
+    EXPECT_EQ(iomapDone({"help"}), iomapDone({"--help"}));
+    for (const char* subcommand : {"list", "watch", "help"}) {
+        EXPECT_EQ(iomapDone({"help", subcommand}), iomapDone({subcommand, "--help"}));
+    }
+}
+
 TEST_F(IomapTest, TheVersionIsPrinted) {
     EXPECT_THAT(iomapDone({"--version"}), MatchesRegex("iomap [0-9]+\\.[0-9]+\\.[0-9]+\n"));
 }
@@ -73,6 +90,10 @@ TEST_F(IomapTest, WhatIsNotUnderstoodIsStatus2AndOneLineEvenWithoutABus) {
     const std::vector<std::pair<Arguments, std::string>> cases{
         {{}, "a subcommand is missing"},
         {{"frobnicate"}, "The following argument was not expected: frobnicate"},
+        {{"raed", "1"}, "there is no subcommand 'raed'; perhaps 'read' is meant"},
+        {{"stat"}, "there is no subcommand 'stat'; perhaps 'status' is meant"},
+        {{"help", "wach"}, "there is no subcommand 'wach'; perhaps 'watch' is meant"},
+        {{"help", "frobnicate"}, "there is no subcommand 'frobnicate'"},
         {{"--bogus"}, "The following argument was not expected: --bogus"},
         {{"list", "--bogus"}, "The following argument was not expected: --bogus"},
         {{"list", "1"}, "The following argument was not expected: 1"},
