@@ -6,6 +6,7 @@ void addCommands(CLI::App& app) {
     addListCommand(app);
     addReadCommand(app);
     addWriteCommand(app);
+    addToggleCommand(app);
     addInfoCommand(app);
     addWatchCommand(app);
     addStatusCommand(app);

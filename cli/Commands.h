@@ -9,6 +9,7 @@
 void addListCommand(CLI::App& app);
 void addReadCommand(CLI::App& app);
 void addWriteCommand(CLI::App& app);
+void addToggleCommand(CLI::App& app);
 void addInfoCommand(CLI::App& app);
 void addWatchCommand(CLI::App& app);
 void addStatusCommand(CLI::App& app);

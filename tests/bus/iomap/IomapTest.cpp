@@ -35,16 +35,18 @@ class IomapTest : public IomapFixture {
         {"watch", "1"},
         {"watch", "--type", "virtual", "--json"},
         {"status"},
+        {"toggle", "1"},
     };
 };
 
 TEST_F(IomapTest, HelpNamesEverySubcommandAndOption) {
     const std::vector<std::pair<Arguments, Arguments>> cases{
         {{},
-         {"list ", "read ", "write ", "help ", "info ", "watch ", "status ", "--version",
+         {"list ", "read ", "write ", "toggle ", "help ", "info ", "watch ", "status ", "--version",
           "\n  3  no service", "\n  4  this user has not the right\n", "man iomap"}},
         {{"list"}, {"--type TYPE", "--json"}},
         {{"read"}, {"ADDR|FIRST-LAST", "--json"}},
+        {{"toggle"}, {"ADDR|FIRST-LAST", "--json"}},
         {{"help"}, {"subcommand"}},
         {{"write"}, {"ADDR=VALUE", "--json"}},
         {{"info"}, {"ADDR|FIRST-LAST", "--json"}},
@@ -67,7 +69,7 @@ TEST_F(IomapTest, HelpNamesEverySubcommandAndOption) {
 
 TEST_F(IomapTest, EverySubcommandShowsAnExampleOfItself) {
     for (const char* subcommand :
-         {"list", "read", "write", "info", "watch", "status", "help"}) {
+         {"list", "read", "write", "toggle", "info", "watch", "status", "help"}) {
         EXPECT_THAT(iomapDone({subcommand, "--help"}),
                     testing::ContainsRegex("Examples?:\n  iomap " + std::string(subcommand)));
     }
@@ -94,6 +96,8 @@ TEST_F(IomapTest, WhatIsNotUnderstoodIsStatus2AndOneLineEvenWithoutABus) {
         {{"stat"}, "there is no subcommand 'stat'; perhaps 'status' is meant"},
         {{"help", "wach"}, "there is no subcommand 'wach'; perhaps 'watch' is meant"},
         {{"help", "frobnicate"}, "there is no subcommand 'frobnicate'"},
+        {{"toggle"}, "register is required"},
+        {{"toggle", "x"}, "'x' is neither an address nor a range FIRST-LAST"},
         {{"--bogus"}, "The following argument was not expected: --bogus"},
         {{"list", "--bogus"}, "The following argument was not expected: --bogus"},
         {{"list", "1"}, "The following argument was not expected: 1"},
