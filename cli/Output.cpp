@@ -2,6 +2,7 @@
 #include "Output.h"
 
 #include <Poco/JSON/Stringifier.h>
+#include <Poco/String.h>
 
 #include <iostream>
 #include <sstream>
@@ -70,6 +71,17 @@ void setLabel(Poco::JSON::Object& object, const Reading& reading, const Label* l
     if (!label->unit.empty()) {
         object.set("unit", label->unit);
     }
+}
+
+std::string csvLine(const std::vector<std::string>& fields) {
+    std::string line;
+    for (const std::string& field : fields) {
+        line += &field == &fields.front() ? "" : ",";
+        line += field.find_first_of(",\"\r\n") == std::string::npos
+                    ? field
+                    : '"' + Poco::replace(field, "\"", "\"\"") + '"';
+    }
+    return line;
 }
 
 std::string lineOf(const Poco::Dynamic::Var& document) {

@@ -5,6 +5,7 @@
 #include <Poco/JSON/Object.h>
 
 #include <string>
+#include <vector>
 
 #include "client/Labels.h"
 #include "client/Registers.h"
@@ -37,6 +38,10 @@ std::string shownText(const Reading& reading, const Label* label);
 ///
 /// @param label may be null
 void setLabel(Poco::JSON::Object& object, const Reading& reading, const Label* label);
+
+/// Fields as a line of comma-separated values, without a line end: RFC 4180 tells which ones stand
+/// between quotes.
+std::string csvLine(const std::vector<std::string>& fields);
 
 /// A JSON document as one line, without a line end.
 std::string lineOf(const Poco::Dynamic::Var& document);

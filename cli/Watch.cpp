@@ -43,9 +43,20 @@ struct Options {
     std::optional<std::string> interval;
     bool initial{false};
     bool changesOnly{false};
+    std::string format{"text"};
     bool json{false};
     bool raw{false};
 };
+
+/// How a change is printed.
+enum class Format { TEXT, JSON, CSV };
+
+Format formatOf(const Options& options) {
+    if (options.json || options.format == "json") {
+        return Format::JSON;
+    }
+    return options.format == "csv" ? Format::CSV : Format::TEXT;
+}
 
 /// The options, understood.
 struct Request {
@@ -56,7 +67,7 @@ struct Request {
     std::optional<Seconds> interval;
     bool initial;
     bool changesOnly;
-    bool json;
+    Format format;
     Labels labels;  ///< None where raw values are wanted.
 };
 
@@ -69,7 +80,7 @@ Request requestOf(const Options& options) {
                     {},
                     options.initial,
                     options.changesOnly,
-                    options.json,
+                    formatOf(options),
                     options.raw ? Labels() : names};
     if (options.timeout) {
         request.timeout = parseSeconds(*options.timeout);
@@ -101,6 +112,36 @@ void wakeAfter(Seconds time) {
 /// "door open", or "open" for a register without a name.
 std::string nameAndValue(const Label& label, const Reading& reading) {
     return (label.name.empty() ? "" : label.name + ' ') + shownText(reading, &label);
+}
+
+std::string textLineOf(const std::string& time, const RegisterInfo& info, const Reading& reading,
+                       const Label* label) {
+    return time + ' ' + std::to_string(info.address) + ' ' + getTypeName(info.type) + ' ' +
+           std::to_string(info.index) + ' ' + textOf(reading) +
+           (label == nullptr ? "" : ' ' + nameAndValue(*label, reading));
+}
+
+std::string jsonLineOf(const std::string& time, const RegisterInfo& info, const Reading& reading,
+                       const Label* label) {
+    Poco::JSON::Object::Ptr object = newJsonObject();
+    object->set("time", time);
+    object->set("address", info.address);
+    object->set("type", getTypeName(info.type));
+    object->set("index", info.index);
+    setReading(*object, reading);
+    setLabel(*object, reading, label);
+    return lineOf(object);
+}
+
+/// A sensor that is not there has no value; a register without a label has no scaled value.
+std::string csvLineOf(const std::string& time, const RegisterInfo& info, const Reading& reading,
+                      const Label* label) {
+    const std::string value = reading.missing ? "" : std::to_string(reading.value);
+    if (label == nullptr) {
+        return csvLine({time, std::to_string(info.address), "", value, "", ""});
+    }
+    return csvLine({time, std::to_string(info.address), label->name, value,
+                    reading.missing ? "" : label->scaledText(reading.value), label->unit});
 }
 
 std::string messageOf(const std::string& text) {
@@ -135,6 +176,9 @@ class Watcher {
         end = endOf(request);
         if (request.timeout) {
             wakeAfter(*request.timeout);
+        }
+        if (request.format == Format::CSV) {
+            changes.print("time,address,name,value,scaled,unit");
         }
         lookFirst();
         // Without anybody who reads, the rest is for nothing.
@@ -301,19 +345,16 @@ class Watcher {
         const Label* const label = request.labels.find(info.address);
         const Poco::LocalDateTime now;
         const std::string time = Poco::DateTimeFormatter::format(now, "%Y-%m-%dT%H:%M:%S.%i%z");
-        if (request.json) {
-            Poco::JSON::Object::Ptr object = newJsonObject();
-            object->set("time", time);
-            object->set("address", info.address);
-            object->set("type", getTypeName(info.type));
-            object->set("index", info.index);
-            setReading(*object, reading);
-            setLabel(*object, reading, label);
-            changes.print(lineOf(object));
-        } else {
-            changes.print(time + ' ' + std::to_string(info.address) + ' ' + getTypeName(info.type) +
-                          ' ' + std::to_string(info.index) + ' ' + textOf(reading) +
-                          (label == nullptr ? "" : ' ' + nameAndValue(*label, reading)));
+        switch (request.format) {
+            case Format::TEXT:
+                changes.print(textLineOf(time, info, reading, label));
+                break;
+            case Format::JSON:
+                changes.print(jsonLineOf(time, info, reading, label));
+                break;
+            case Format::CSV:
+                changes.print(csvLineOf(time, info, reading, label));
+                break;
         }
         ++printed;
     }
@@ -371,7 +412,14 @@ void addWatchCommand(CLI::App& app) {
     command->add_flag("--changes", options->changesOnly,
                       "Leave out values equal to the last one of the register");
     command->add_flag("--raw", options->raw, "Leave out names, scaled values and units");
-    command->add_flag("--json", options->json, "Print one JSON object a line");
+    CLI::Option* const format =
+        command
+            ->add_option("--format", options->format,
+                         "How a change is printed: text, json or csv, which has a header line")
+            ->type_name("FORMAT")
+            ->check(CLI::IsMember({"text", "json", "csv"}));
+    command->add_flag("--json", options->json, "Print one JSON object a line, as --format json")
+        ->excludes(format);
     command->footer("Example:\n  iomap watch door --timeout 60");
     command->callback([options] { watch(*options); });
 }

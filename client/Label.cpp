@@ -48,12 +48,16 @@ double Label::scaled(int raw) const {
     return raw * scale + offset;
 }
 
+std::string Label::scaledText(int raw) const {
+    return decimal(scaled(raw));
+}
+
 std::string Label::shown(int raw) const {
     const auto state = states.find(raw);
     if (state != states.end()) {
         return state->second;
     }
-    return decimal(scaled(raw)) + (unit.empty() ? "" : " " + unit);
+    return scaledText(raw) + (unit.empty() ? "" : " " + unit);
 }
 
 int Label::rawOf(const std::string& text, unsigned int maximum) const {

@@ -19,8 +19,10 @@ struct Label {
     /// The value to show for a raw one, without the name of a state: raw x scale + offset.
     double scaled(int raw) const;
 
+    /// The same in decimal, with as many decimals as scale and offset need, at most 9.
+    std::string scaledText(int raw) const;
+
     /// A raw value in words: the name of its state, or the scaled value in decimal with its unit.
-    /// A scaled value has as many decimals as scale and offset need, at most 9.
     ///
     /// @return for example "closed", "21.5 bar" or "42"
     std::string shown(int raw) const;

@@ -52,7 +52,7 @@ TEST_F(IomapTest, HelpNamesEverySubcommandAndOption) {
         {{"info"}, {"ADDR|FIRST-LAST", "--json"}},
         {{"watch"},
          {"ADDR|FIRST-LAST", "--type TYPE", "--count N", "--timeout SECONDS", "--interval SECONDS",
-          "--initial", "--changes", "--json"}},
+          "--initial", "--changes", "--format FORMAT", "--json"}},
         {{"status"}, {"--wait SECONDS", "--json"}},
     };
     for (auto [arguments, texts] : cases) {

@@ -486,4 +486,45 @@ TEST_F(IomapWatchTest, WhatCannotBeWatchedIsStatus1) {
     expectInVain({"watch", "--json", "--type", "relay"}, "there is no such register to watch");
 }
 
+TEST_F(IomapWatchTest, CsvHasAHeaderAndALineForEachChange) {
+    const std::string file = directory.file("labels.json", R"({"labels": {
+        "1": {"name": "pressure", "unit": "bar, \"gauge\"", "scale": 0.1},
+        "2": {"name": "door", "states": {"0": "closed", "1": "open"}}}})");
+    startService(map);
+    iomapDone({"write", "1=12", "2=1"});
+    const Outcome outcome =
+        outcomeOf(commandOf({"watch", "1-3", "--initial", "--count", "3", "--format", "csv"}),
+                  {{"IO_MAPPING_LABELS", file}});
+    EXPECT_EQ(outcome.status, 0);
+    const auto lines = Process::lines(outcome.output);
+    ASSERT_THAT(lines, SizeIs(4));
+    EXPECT_EQ(lines[0], "time,address,name,value,scaled,unit");
+    const std::string time =
+        "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}(Z|[-+][0-9]{2}:[0-9]{2})";
+    EXPECT_THAT(lines[1], MatchesRegex(time + ",1,pressure,12,1.2,\"bar, \"\"gauge\"\"\""));
+    EXPECT_THAT(lines[2], MatchesRegex(time + ",2,door,1,1,"));
+    EXPECT_THAT(lines[3], MatchesRegex(time + ",3,,0,,"));
+}
+
+TEST_F(IomapWatchTest, InCsvASensorThatIsMissingHasNoValue) {
+    std::filesystem::remove_all("/sys/bus/w1");
+    startService(
+        mapOf({R"({"address": 41, "size": 32, "count": 1, "type": "sensor_temp_value"})"}));
+    const std::string output =
+        iomapDone({"watch", "41", "--interval", "1", "--initial", "--count", "1", "--format=csv"});
+    EXPECT_THAT(output, testing::EndsWith(",41,,,,\n"));
+}
+
+TEST_F(IomapWatchTest, AFormatMayBeNamed) {
+    startService(map);
+    EXPECT_THAT(
+        iomapDone({"watch", "1", "--initial", "--count", "1", "--format", "json"}),
+        MatchesRegex("\\{\"time\":\"[^\"]+\",\"address\":1,\"type\":\"virtual\",\"index\":1,"
+                     "\"value\":0\\}\n"));
+    EXPECT_THAT(iomapDone({"watch", "1", "--initial", "--count", "1", "--format", "text"}),
+                testing::EndsWith(" 1 virtual 1 0\n"));
+    EXPECT_EQ(iomap({"watch", "--format", "xml"}).status, 2);
+    EXPECT_EQ(iomap({"watch", "--format", "csv", "--json"}).status, 2);
+}
+
 }  // namespace

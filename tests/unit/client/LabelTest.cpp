@@ -107,4 +107,13 @@ TEST(LabelTest, WhatIsNoNumberIsRefused) {
     }
 }
 
+TEST(LabelTest, AScaledTextHasNeitherStateNorUnit) {
+    Label label;
+    label.scale = 0.1;
+    label.unit = "bar";
+    label.states = {{1, "open"}};
+    EXPECT_EQ(label.scaledText(1), "0.1");
+    EXPECT_EQ(label.scaledText(-25), "-2.5");
+}
+
 }  // namespace
