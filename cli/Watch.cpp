@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -17,6 +16,7 @@
 #include "Commands.h"
 #include "LineOutput.h"
 #include "Output.h"
+#include "WakeUp.h"
 #include "client/Failure.h"
 #include "client/ServiceProbe.h"
 #include "client/ServiceWatch.h"
@@ -99,14 +99,6 @@ Clock::time_point endOf(const Request& request) {
     return request.timeout
                ? Clock::now() + std::chrono::duration_cast<Clock::duration>(*request.timeout)
                : Clock::time_point::max();
-}
-
-/// Makes run(true) return after this time, and again and again after it.
-void wakeAfter(Seconds time) {
-    const double milliseconds = std::ceil(time.count() * 1000) + 1;
-    g_timeout_add(
-        static_cast<guint>(std::min(milliseconds, double{G_MAXUINT})),
-        [](gpointer /*userData*/) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr);
 }
 
 /// "door open", or "open" for a register without a name.

@@ -6,7 +6,6 @@
 #include "Commands.h"
 #include "Output.h"
 #include "Writes.h"
-#include "client/Failure.h"
 
 namespace {
 
@@ -44,14 +43,7 @@ class Request {
     /// @throws Failure a value is not possible
     const std::vector<Assignment>& resolve(IoMapping& io) {
         for (const auto& [named, place] : scaled) {
-            const int address = named.target.first;
-            const Label& label = *labels.find(address);
-            const unsigned int maximum = infoOf(io, address).maximum;
-            try {
-                assignments[place].value = label.rawOf(named.value, maximum);
-            } catch (const Failure& e) {
-                throw Failure(label.name + ": " + e.what());
-            }
+            assignments[place].value = rawOfScaled(io, named, labels);
         }
         return assignments;
     }

@@ -154,6 +154,17 @@ void requirePossible(IoMapping& io, const Assignments& assignments, bool json) {
 
 }  // namespace
 
+int rawOfScaled(IoMapping& io, const NamedAssignment& assignment, const Labels& labels) {
+    const int address = assignment.target.first;
+    const Label& label = *labels.find(address);
+    const unsigned int maximum = infoOf(io, address).maximum;
+    try {
+        return label.rawOf(assignment.value, maximum);
+    } catch (const Failure& e) {
+        throw Failure(label.name + ": " + e.what());
+    }
+}
+
 void writeAll(IoMapping& io, const Assignments& assignments, bool json) {
     // A single one is refused as a whole anyhow, in the words of the service.
     if (assignments.size() > 1) {

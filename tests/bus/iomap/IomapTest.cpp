@@ -36,6 +36,7 @@ class IomapTest : public IomapFixture {
         {"watch", "--type", "virtual", "--json"},
         {"status"},
         {"toggle", "1"},
+        {"read", "--wait", "1=1"},
     };
 };
 
@@ -45,7 +46,8 @@ TEST_F(IomapTest, HelpNamesEverySubcommandAndOption) {
          {"list ", "read ", "write ", "toggle ", "help ", "info ", "watch ", "status ", "--version",
           "\n  3  no service", "\n  4  this user has not the right\n", "man iomap"}},
         {{"list"}, {"--type TYPE", "--json"}},
-        {{"read"}, {"ADDR|FIRST-LAST", "--json"}},
+        {{"read"},
+         {"ADDR|FIRST-LAST", "--wait NAME=VALUE|ADDR=VALUE", "--timeout SECONDS", "--json"}},
         {{"toggle"}, {"ADDR|FIRST-LAST", "--json"}},
         {{"help"}, {"subcommand"}},
         {{"write"}, {"ADDR=VALUE", "--json"}},
@@ -98,6 +100,10 @@ TEST_F(IomapTest, WhatIsNotUnderstoodIsStatus2AndOneLineEvenWithoutABus) {
         {{"help", "frobnicate"}, "there is no subcommand 'frobnicate'"},
         {{"toggle"}, "register is required"},
         {{"toggle", "x"}, "'x' is neither an address nor a range FIRST-LAST"},
+        {{"read", "--wait", "1"}, "'1' is not of the form ADDR=VALUE"},
+        {{"read", "1", "--timeout", "1"}, "--timeout requires --wait"},
+        {{"read", "--wait", "1=1", "--timeout", "x"},
+         "'x' is not a number of seconds from 0 to 1000000000"},
         {{"--bogus"}, "The following argument was not expected: --bogus"},
         {{"list", "--bogus"}, "The following argument was not expected: --bogus"},
         {{"list", "1"}, "The following argument was not expected: 1"},
