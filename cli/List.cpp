@@ -2,18 +2,22 @@
 #include <Poco/JSON/Array.h>
 
 #include <algorithm>
+#include <chrono>
 #include <iomanip>
 #include <iostream>
+#include <map>
 #include <memory>
 
 #include "Arguments.h"
 #include "Commands.h"
 #include "Output.h"
+#include "client/ServiceProbe.h"
 
 namespace {
 
 struct Options {
     std::vector<std::string> types;
+    bool brief{false};
     bool json{false};
     bool raw{false};
 };
@@ -55,9 +59,31 @@ Poco::JSON::Array::Ptr jsonTable(const std::vector<RegisterInfo>& infos,
     return table;
 }
 
+/// Prints what takes few and quick calls. Completion asks for it while somebody types, and must not
+/// start a service by that.
+void listBriefly(const std::vector<RegisterType>& types, const Labels& labels) {
+    probeService(probeLimit(std::chrono::steady_clock::time_point::max()), ServiceStart::REFUSED);
+    IoMapping io;
+    std::map<int, RegisterType> registers;
+    for (const RegisterType type : types.empty() ? getAllTypes() : types) {
+        for (const int address : io.getAddrsPerType(type)) {
+            registers[address] = type;
+        }
+    }
+    for (const auto& [address, type] : registers) {
+        const Label* const label = labels.find(address);
+        std::cout << address << '\t' << getTypeName(type) << '\t'
+                  << (label == nullptr ? "" : label->name) << '\n';
+    }
+}
+
 void list(const Options& options) {
     const std::vector<RegisterType> types = parseTypes(options.types);
     const Labels labels = options.raw ? Labels() : deviceLabels();
+    if (options.brief) {
+        listBriefly(types, labels);
+        return;
+    }
     IoMapping io;
     const std::vector<int> addresses = addressesOf(io, types);
     const std::vector<RegisterInfo> infos = infosOf(io, addresses);
@@ -78,7 +104,11 @@ void addListCommand(CLI::App& app) {
         ->type_name("TYPE")
         ->allow_extra_args(false);
     command->add_flag("--raw", options->raw, "Leave out names, scaled values and units");
-    command->add_flag("--json", options->json, "Print a JSON array");
+    CLI::Option* const json = command->add_flag("--json", options->json, "Print a JSON array");
+    command
+        ->add_flag("--brief", options->brief,
+                   "Print only address, type and name, between tabs; do not start the service")
+        ->excludes(json);
     command->footer("Example:\n  iomap list --type input_digital");
     command->callback([options] { list(*options); });
 }

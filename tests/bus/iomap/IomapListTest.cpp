@@ -210,4 +210,21 @@ TEST_F(IomapListTest, AListTakesAtMostTwiceTheTimeOfItsCalls) {
     EXPECT_LE(ratio, 2);
 }
 
+TEST_F(IomapListTest, ABriefListHasAddressTypeAndNameAndReadsNothing) {
+    const std::string file = directory.file("labels.json", R"({"labels": {
+        "1": {"name": "door"}, "99": {"name": "nowhere"}}})");
+    setenv("IO_MAPPING_LABELS", file.c_str(), 1);
+    startService(map);
+    EXPECT_EQ(iomapDone({"list", "--brief"}),
+              "1\tvirtual\tdoor\n2\tvirtual\t\n3\tvirtual\t\n7\tcpu_temp\t\n8\tcpu_temp\t\n"
+              "20\treserved\t\n60001\tsensor_temp_address_higher\t\n");
+    EXPECT_EQ(iomapDone({"list", "--brief", "--type", "reserved"}), "20\treserved\t\n");
+    unsetenv("IO_MAPPING_LABELS");
+}
+
+TEST_F(IomapListTest, ABriefListDoesNotStartTheService) {
+    bus.startOnDemand(BusClient::SERVICE, DAEMON + " --map " + directory.file("map.json", map));
+    expectFailure(iomap({"list", "--brief"}), 3, "the service is not running; start iomappingd");
+}
+
 }  // namespace

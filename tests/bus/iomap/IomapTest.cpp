@@ -45,7 +45,7 @@ TEST_F(IomapTest, HelpNamesEverySubcommandAndOption) {
         {{},
          {"list ", "read ", "write ", "toggle ", "help ", "info ", "watch ", "status ", "--version",
           "\n  3  no service", "\n  4  this user has not the right\n", "man iomap"}},
-        {{"list"}, {"--type TYPE", "--json"}},
+        {{"list"}, {"--type TYPE", "--brief", "--json"}},
         {{"read"},
          {"ADDR|FIRST-LAST", "--wait NAME=VALUE|ADDR=VALUE", "--timeout SECONDS", "--json"}},
         {{"toggle"}, {"ADDR|FIRST-LAST", "--json"}},
