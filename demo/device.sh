@@ -108,6 +108,11 @@ start_device() {
         fail "cannot make a directory in ${TMPDIR:-/tmp}; set TMPDIR to another one"
     board=$device/board
     export PATH=$build:$PATH IOMAP_SIM_ROOT=$board
+    # The labels belong to the map of the demonstration. Another map has none.
+    export IO_MAPPING_LABELS=$device/labels.json
+    if [ "$map" = "$root/data/maps/device.json" ]; then
+        IO_MAPPING_LABELS=$root/data/labels/device.json
+    fi
     make_board
     start_bus
     start_service
