@@ -98,7 +98,7 @@ std::string refusalOf(const Assignment& assignment, const std::optional<Register
     if (!info) {
         return notFound(assignment.address);
     }
-    if (const std::string refusal = writeRefusalOf(info->type); !refusal.empty()) {
+    if (std::string refusal = writeRefusalOf(info->type); !refusal.empty()) {
         return refusal;
     }
     if (static_cast<unsigned int>(assignment.value) > info->maximum) {
