@@ -3,6 +3,7 @@
 import contextlib
 import os
 import pathlib
+import random
 import shutil
 import signal
 import socket
@@ -38,12 +39,17 @@ def listens(port):
 
 
 def free_ports(count):
-    """Ports of the loopback that nobody listens on."""
+    """Ports of the loopback that nobody listens on, outside those that the kernel gives to clients."""
     with contextlib.ExitStack() as stack:
-        sockets = [stack.enter_context(socket.socket()) for _ in range(count)]
-        for each in sockets:
-            each.bind(("127.0.0.1", 0))
-        return [each.getsockname()[1] for each in sockets]
+        ports = []
+        for port in random.sample(range(20000, 32000), 1000):
+            attempt = stack.enter_context(socket.socket())
+            with contextlib.suppress(OSError):
+                attempt.bind(("127.0.0.1", port))
+                ports.append(port)
+            if len(ports) == count:
+                return ports
+    raise Failure(f"there are no {count} free ports")
 
 
 class Processes:
