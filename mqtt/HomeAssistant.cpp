@@ -291,7 +291,7 @@ OldEntities entitiesIn(std::string_view payload) {
         }
         for (const auto& [key, value] : *members) {
             const Object entity = value.extract<Object>();
-            const std::string platform = entity->getValue<std::string>(PLATFORM);
+            const auto platform = entity->getValue<std::string>(PLATFORM);
             if (entity->size() > 1 && isOurs(key, platform)) {
                 entities[key] = platform;
             }

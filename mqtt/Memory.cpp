@@ -19,6 +19,7 @@ void letGo(std::uintptr_t begin, std::uintptr_t size) {
     const std::uintptr_t last = (begin + size) / page * page;
     if (first < last) {
         // It fails where the memory is no file's; that memory stays.
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): the loader gives numbers
         ::madvise(reinterpret_cast<void*>(first), last - first, MADV_DONTNEED);
     }
 }
