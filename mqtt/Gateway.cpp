@@ -11,6 +11,7 @@
 
 #include "Memory.h"
 #include "client/Failure.h"
+#include "support/Log.h"
 #include "tesk/Exceptions.h"
 
 using std::chrono::milliseconds;
@@ -19,6 +20,13 @@ using std::chrono::seconds;
 namespace {
 
 using Quality = CachedValue::Quality;
+
+constexpr Pattern<std::string> TRYING_AGAIN("%s; trying again");
+constexpr Pattern<std::string> SERVICE_LOST("%s");
+constexpr Pattern<std::size_t> SERVICE_FOUND("the service has %z registers");
+constexpr Pattern<std::string, std::string, std::string> SET_REFUSED(
+    "set '%s' to '%s' refused: %s");
+constexpr Pattern<std::string, int, std::string, std::string> WRITTEN("write %s = %d%s%s");
 
 /// How long to wait before the bus, or a service that does not answer, is tried again.
 constexpr seconds RETRY_PAUSE(2);
@@ -68,7 +76,7 @@ void Gateway::run() {
         try {
             serveBus();
         } catch (const std::exception& e) {
-            logger.warning(reasonOf(e) + "; trying again");
+            log(logger, Poco::Message::PRIO_WARNING, TRYING_AGAIN, reasonOf(e));
         }
         ++beats;
         std::this_thread::sleep_for(RETRY_PAUSE);
@@ -123,7 +131,7 @@ void Gateway::loseService(RegisterCache& cache, const std::string& reason) {
     loaded = false;
     loadAt = Clock::now() + RETRY_PAUSE;
     cache.invalidate();
-    logger.warning(reason);
+    log(logger, Poco::Message::PRIO_WARNING, SERVICE_LOST, reason);
     tellInfo(cache);
 }
 
@@ -134,7 +142,7 @@ void Gateway::tryToLoad(RegisterCache& cache) {
     try {
         cache.load();
         loaded = true;
-        logger.notice("the service has " + std::to_string(cache.registers().size()) + " registers");
+        log(logger, Poco::Message::PRIO_NOTICE, SERVICE_FOUND, cache.registers().size());
         tellInfo(cache);
         giveBackMemory();
     } catch (const std::exception& e) {
@@ -276,7 +284,7 @@ std::string Gateway::answerSet(const Request& request, IoMapping& io, RegisterCa
     } catch (const Failure& e) {
         error = e.what();
     }
-    logger.notice("set '" + request.target + "' to '" + request.value + "' refused: " + error);
+    log(logger, Poco::Message::PRIO_NOTICE, SET_REFUSED, request.target, request.value, error);
     return error;
 }
 
@@ -296,8 +304,7 @@ std::string Gateway::write(IoMapping& io, const CachedRegister& entry, int value
     } catch (const tesk::InputOutputException& e) {
         error = reasonOf(e);
     }
-    logger.notice("write " + nameOf(entry) + " = " + std::to_string(value) +
-                  (token.empty() ? "" : ", token '" + token + "'") +
-                  (error.empty() ? "" : ", failed: " + error));
+    log(logger, Poco::Message::PRIO_NOTICE, WRITTEN, nameOf(entry), value,
+        token.empty() ? "" : ", token '" + token + "'", error.empty() ? "" : ", failed: " + error);
     return error;
 }

@@ -12,11 +12,24 @@
 #include <vector>
 
 #include "Memory.h"
+#include "support/Log.h"
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 namespace {
+
+constexpr Pattern<std::string, int> CONNECTED("connected to the broker %s:%d");
+constexpr Pattern<std::string, int, std::string, std::string> LOST(
+    "the connection to the broker %s:%d is lost: %s; next attempt in %s");
+constexpr Pattern<std::string, int, std::string, std::string> NOT_CONNECTED(
+    "cannot connect to the broker %s:%d: %s; next attempt in %s");
+constexpr Pattern<std::string> RETAINED("a retained message of '%s' is ignored");
+constexpr Pattern<> TOO_MANY_REQUESTS("more requests come than can be answered; some are dropped");
+constexpr Pattern<std::string> OUTAGE_TOO_LONG(
+    "the broker was away for too long: %s messages are lost until now");
+constexpr Pattern<std::size_t> LEFT_OUT(
+    "Home Assistant is told of fewer registers: the message has no room for %z");
 
 /// A connection that lasts this long was a good one: the next pause is short again. Two clients of
 /// one id throw each other out sooner.
@@ -123,8 +136,7 @@ void Uplink::welcome(Clock::time_point now) {
     welcomeDue = false;
     wasAccepted = true;
     acceptedAt = now;
-    logger.notice("connected to the broker " + settings.broker.host + ":" +
-                  std::to_string(settings.broker.port));
+    log(logger, Poco::Message::PRIO_NOTICE, CONNECTED, settings.broker.host, settings.broker.port);
     link->subscribe(topics.get);
     link->subscribe(topics.set + "#");
     if (discovery) {
@@ -149,11 +161,8 @@ void Uplink::lose(const LinkFailure& failure, Clock::time_point now) {
     mailbox.dropReplies();
     const milliseconds pause = failure.isRefusal() ? backoff.nextAfterRefusal() : backoff.next();
     retryAt = now + pause;
-    logger.warning(
-        (wasAccepted ? "the connection to the broker " : "cannot connect to the broker ") +
-        settings.broker.host + ":" + std::to_string(settings.broker.port) +
-        (wasAccepted ? " is lost: " : ": ") + failure.what() + "; next attempt in " +
-        secondsText(pause));
+    log(logger, Poco::Message::PRIO_WARNING, wasAccepted ? LOST : NOT_CONNECTED,
+        settings.broker.host, settings.broker.port, failure.what(), secondsText(pause));
 }
 
 void Uplink::keepUnacknowledged() {
@@ -193,7 +202,7 @@ void Uplink::onMessage(const std::string& topic, std::string_view payload, bool 
         return;
     }
     if (retained) {
-        logger.warning("a retained message of '" + topic + "' is ignored");
+        log(logger, Poco::Message::PRIO_WARNING, RETAINED, topic);
         return;
     }
     if (topic == topics.get) {
@@ -214,7 +223,7 @@ void Uplink::takeRequest(Request request) {
     }
     if (!mailbox.addRequest(std::move(request)) && complaints.allows(now)) {
         complaints.note(now);
-        logger.warning("more requests come than can be answered; some are dropped");
+        log(logger, Poco::Message::PRIO_WARNING, TOO_MANY_REQUESTS);
     }
 }
 
@@ -240,8 +249,7 @@ void Uplink::collect(Clock::time_point now) {
         complaints.note(now);
         toldDropped = store.dropped();
         infoDue = info.registers > 0;
-        logger.warning("the broker was away for too long: " + std::to_string(toldDropped) +
-                       " messages are lost until now");
+        log(logger, Poco::Message::PRIO_WARNING, OUTAGE_TOO_LONG, std::to_string(toldDropped));
     }
 }
 
@@ -285,8 +293,7 @@ bool Uplink::sendDiscovery(Clock::time_point now) {
     link->unsubscribe(discovery->topic());
     unacknowledged[link->publish(discovery->topic(), discovery->take(), true, true)] = {};
     if (discovery->leftOut() > 0) {
-        logger.warning("Home Assistant is told of fewer registers: the message has no room for " +
-                       std::to_string(discovery->leftOut()));
+        log(logger, Poco::Message::PRIO_WARNING, LEFT_OUT, discovery->leftOut());
     }
     const std::vector<std::string> names = discovery->takeForgotten();
     forgotten.insert(forgotten.end(), names.begin(), names.end());
