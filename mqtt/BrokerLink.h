@@ -13,6 +13,7 @@
 
 struct mosquitto;
 struct mosquitto_message;
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the name that libmosquitto gives it
 struct mqtt5__property;
 
 /// The connection to the broker cannot be made, or is lost.

@@ -14,7 +14,7 @@
 #include "client/RegisterCache.h"
 
 /// No message is longer.
-constexpr std::size_t LONGEST_MESSAGE = 128 * 1024;
+constexpr std::size_t LONGEST_MESSAGE = std::size_t{128} * 1024;
 
 /// The answer to a request.
 ///

@@ -31,8 +31,8 @@ struct HomeAssistantSettings {
 
 /// How much is kept while the broker is away, in bytes.
 struct OutageSettings {
-    std::size_t memory{1024 * 1024};
-    std::size_t files{16 * 1024 * 1024};
+    std::size_t memory{std::size_t{1024} * 1024};
+    std::size_t files{std::size_t{16} * 1024 * 1024};
 };
 
 /// The configuration of the program.
