@@ -7,6 +7,7 @@
 #include <iterator>
 #include <map>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "Output.h"
@@ -110,7 +111,7 @@ std::string refusalOf(const Assignment& assignment, const std::optional<Register
 
 /// All refusals in one line; registers with the same reason together.
 std::string textOf(const std::vector<Refusal>& refusals, const Infos& infos) {
-    std::vector<std::pair<std::string, std::vector<int>>> groups;
+    std::vector<std::pair<std::string, std::set<int>>> groups;
     for (const Refusal& refusal : refusals) {
         const int address = refusal.assignment.address;
         const std::string reason = infos.at(address) ? refusal.reason : "addresses not found";
@@ -119,16 +120,16 @@ std::string textOf(const std::vector<Refusal>& refusals, const Infos& infos) {
         if (group == groups.end()) {
             group = groups.insert(group, {reason, {}});
         }
-        if (std::find(group->second.begin(), group->second.end(), address) == group->second.end()) {
-            group->second.push_back(address);
-        }
+        group->second.insert(address);
     }
     std::string text;
     for (const auto& [reason, addresses] : groups) {
-        const int first = addresses.front();
-        text += addresses.size() > 1 ? "registers " + rangesText(addresses) + ": " + reason + "; "
-                                     : nameOf(first, infos.at(first)) + ": " +
-                                           (infos.at(first) ? reason : notFound(first)) + "; ";
+        const int first = *addresses.begin();
+        text += addresses.size() > 1
+                    ? "registers " + rangesText({addresses.begin(), addresses.end()}) + ": " +
+                          reason + "; "
+                    : nameOf(first, infos.at(first)) + ": " +
+                          (infos.at(first) ? reason : notFound(first)) + "; ";
     }
     return text + "nothing is written";
 }
