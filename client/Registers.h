@@ -17,7 +17,7 @@ struct RegisterInfo {
 
 /// What reading a register gave: its value, or the reason why there is none.
 struct Reading {
-    int value;
+    int value{0};
     std::string error;
     bool missing{false};  ///< The value stands for a temperature sensor that is not there.
     bool unknown{false};  ///< There is no such register among others that were asked for, too.
