@@ -62,8 +62,11 @@ void checkFiles(const Options& options) {
     }
     if (faults.empty()) {
         const std::string labels = Settings::read(options.config).labelsFile;
-        for (const Labels::Fault& fault : Labels::faultsIn(Labels::textOf(labels).value_or("{}"))) {
-            faults.push_back(labels + ": " + fault.message);
+        // Without the file, no register has a name.
+        if (const auto text = Labels::textOf(labels)) {
+            for (const Labels::Fault& fault : Labels::faultsIn(*text)) {
+                faults.push_back(labels + ": " + fault.message);
+            }
         }
     }
     for (const std::string& fault : faults) {

@@ -201,4 +201,16 @@ TEST_F(IomapMqttTest, ChecksAConfiguration) {
     EXPECT_THAT(outcome.errors, HasSubstr("2 faults"));
 }
 
+TEST_F(IomapMqttTest, ChecksTheLabelsOfAConfiguration) {
+    const std::string labelsFile = directory.path() / "labels.json";
+    const std::string config = directory.file(
+        "config.json", R"({"broker": {"host": "localhost"}, "labels": ")" + labelsFile + R"("})");
+    Outcome outcome = outcomeOf({IOMAP_MQTT, "--check", "--config", config});
+    EXPECT_EQ(outcome.status, 0) << outcome.output << "no labels are needed";
+    directory.file("labels.json", R"({"labels": {"1": {"name": "pump", "scale": 0}}})");
+    outcome = outcomeOf({IOMAP_MQTT, "--check", "--config", config});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.output, HasSubstr(labelsFile + ": register 1: scale"));
+}
+
 }  // namespace
