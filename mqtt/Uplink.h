@@ -71,7 +71,7 @@ class Uplink : private tesk::ObjectBase, private LinkListener {
     /// A message that the broker has not acknowledged, and the batch in it, if any.
     struct Sent {
         std::unique_ptr<Batch> batch;
-        bool replayed;
+        bool replayed{false};
     };
 
     const Settings& settings;
