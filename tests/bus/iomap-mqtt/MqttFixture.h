@@ -92,18 +92,28 @@ class MqttFixture : public IomapFixture {
     }
 
     /// The payload of the next message of a topic. Messages of other topics wait for their turn.
-    std::string next(const std::string& topic) {
-        std::deque<std::string>& payloads = heard[topic];
-        while (payloads.empty()) {
+    std::string next(const std::string& topic) { return nextOf({topic}); }
+
+    /// The payload of the next message of one of some topics.
+    std::string nextOf(const std::vector<std::string>& topics) {
+        for (;;) {
+            for (const std::string& topic : topics) {
+                std::deque<std::string>& payloads = heard[topic];
+                if (!payloads.empty()) {
+                    const std::string payload = payloads.front();
+                    payloads.pop_front();
+                    return payload;
+                }
+            }
             const std::string line = subscriber->waitForLine(MARK);
             const auto start = line.find(' ');
             const std::string name = line.substr(MARK.size(), start - MARK.size());
             heard[name].push_back(line.substr(start + 3));
         }
-        const std::string payload = payloads.front();
-        payloads.pop_front();
-        return payload;
     }
+
+    /// The next changes. What was not sent when the broker came back is live, what was is replayed.
+    std::string nextChanges() { return nextOf({"replay", "data"}); }
 
     /// The payload of the next message of a topic that has a text in it; those before it are gone.
     std::string next(const std::string& topic, const std::string& part) {
