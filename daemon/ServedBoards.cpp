@@ -20,6 +20,10 @@ void writeLines(const std::filesystem::path& file, const std::vector<std::string
         stream << line << '\n';
     }
     stream.close();
+    // The service may have a umask that leaves its files to itself. Every user may read the list.
+    std::filesystem::permissions(
+        file, std::filesystem::perms::group_read | std::filesystem::perms::others_read,
+        std::filesystem::perm_options::add);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include "daemon/ServedBoards.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -51,6 +52,15 @@ TEST_F(ServedBoardsTest, AnEarlierListIsReplaced) {
     listServedBoards({});
     EXPECT_EQ(listed(), "");
     EXPECT_THAT(files(), ElementsAre("boards"));
+}
+
+TEST_F(ServedBoardsTest, EveryUserMayReadTheListWhateverTheUmask) {
+    const mode_t before = ::umask(0077);
+    listServedBoards({"kr62"});
+    ::umask(before);
+    using std::filesystem::perms;
+    EXPECT_EQ(std::filesystem::status(directory.path() / "boards").permissions(),
+              perms::owner_read | perms::owner_write | perms::group_read | perms::others_read);
 }
 
 TEST_F(ServedBoardsTest, WithoutADirectoryNothingIsWritten) {
