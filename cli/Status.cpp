@@ -3,14 +3,18 @@
 #include <chrono>
 #include <exception>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <optional>
 #include <thread>
 
 #include "Arguments.h"
+#include "BoardHealth.h"
 #include "Commands.h"
 #include "Output.h"
+#include "client/Failure.h"
 #include "client/ServiceProbe.h"
+#include "program/Report.h"
 
 namespace {
 
@@ -18,12 +22,14 @@ constexpr std::chrono::milliseconds POLL_INTERVAL{100};
 
 struct Options {
     std::optional<std::string> wait;
+    BoardPlaces places;
+    bool strict{false};
     bool json{false};
 };
 
 /// What the service says of the device.
 struct Status {
-    std::size_t registers{0};
+    std::map<int, RegisterType> registers;
     std::vector<std::pair<RegisterType, std::size_t>> perType;
     std::optional<Reading> firmware;
     std::optional<Reading> hardware;
@@ -67,7 +73,9 @@ Status ask(IoMapping& io) {
         if (addresses.empty()) {
             continue;
         }
-        status.registers += addresses.size();
+        for (const int address : addresses) {
+            status.registers.emplace(address, type);
+        }
         status.perType.emplace_back(type, addresses.size());
         if (type == RegisterType::FW_VERSION) {
             status.firmware = readEach(io, {addresses.front()}).front();
@@ -78,8 +86,59 @@ Status ask(IoMapping& io) {
     return status;
 }
 
+void printHealth(const BoardHealth& health) {
+    if (health.isServiceKnown() || !health.boards().empty()) {
+        std::cout << "boards: " << health.boards().size() << '\n';
+    }
+    for (const auto& [name, state] : health.boards()) {
+        std::cout << "  " << name << ": " << stateName(state) << '\n';
+    }
+    if (const auto& standIns = health.standIns()) {
+        int count = 0;
+        for (const BoardHealth::StandIn& standIn : *standIns) {
+            count += standIn.last - standIn.first + 1;
+        }
+        std::cout << "virtual in place of hardware: " << count << '\n';
+        for (const BoardHealth::StandIn& standIn : *standIns) {
+            std::cout << "  " << addressesOf(standIn) << ": " << getTypeName(standIn.type) << " of "
+                      << standIn.driver << '\n';
+        }
+    }
+    for (const std::string& line : health.unknown()) {
+        std::cout << "not known: " << printable(line) << '\n';
+    }
+}
+
+void setHealth(Poco::JSON::Object& object, const BoardHealth& health) {
+    Poco::JSON::Array::Ptr boards = new Poco::JSON::Array;
+    for (const auto& [name, state] : health.boards()) {
+        Poco::JSON::Object::Ptr board = newJsonObject();
+        board->set("name", name);
+        board->set("state", stateName(state));
+        boards->add(board);
+    }
+    object.set("boards", boards);
+    if (const auto& standIns = health.standIns()) {
+        Poco::JSON::Array::Ptr fields = new Poco::JSON::Array;
+        for (const BoardHealth::StandIn& standIn : *standIns) {
+            Poco::JSON::Object::Ptr field = newJsonObject();
+            field->set("first", standIn.first);
+            field->set("last", standIn.last);
+            field->set("type", getTypeName(standIn.type));
+            field->set("driver", standIn.driver);
+            fields->add(field);
+        }
+        object.set("virtual_in_place", fields);
+    }
+    Poco::JSON::Array::Ptr unknown = new Poco::JSON::Array;
+    for (const std::string& line : health.unknown()) {
+        unknown->add(line);
+    }
+    object.set("not_known", unknown);
+}
+
 void printText(const Status& status) {
-    std::cout << "service: running\nregisters: " << status.registers << '\n';
+    std::cout << "service: running\nregisters: " << status.registers.size() << '\n';
     for (const auto& [type, count] : status.perType) {
         std::cout << "  " << getTypeName(type) << ": " << count << '\n';
     }
@@ -96,14 +155,14 @@ void printText(const Status& status) {
     }
 }
 
-void printJsonStatus(const Status& status) {
+void printJsonStatus(const Status& status, const BoardHealth& health) {
     Poco::JSON::Object::Ptr types = newJsonObject();
     for (const auto& [type, count] : status.perType) {
         types->set(getTypeName(type), count);
     }
     Poco::JSON::Object::Ptr object = newJsonObject();
     object->set("alive", true);
-    object->set("registers", status.registers);
+    object->set("registers", status.registers.size());
     object->set("types", types);
     if (status.firmware) {
         setReading(*object, *status.firmware, "firmware", "firmware_error");
@@ -111,6 +170,7 @@ void printJsonStatus(const Status& status) {
     if (status.hardware) {
         setReading(*object, *status.hardware, "hardware", "hardware_error");
     }
+    setHealth(*object, health);
     printJson(object);
 }
 
@@ -130,10 +190,16 @@ void status(const Options& options) {
         throw;
     }
     IoMapping io;
+    const Status answers = ask(io);
+    const BoardHealth health(options.places, answers.registers);
     if (options.json) {
-        printJsonStatus(ask(io));
+        printJsonStatus(answers, health);
     } else {
-        printText(ask(io));
+        printText(answers);
+        printHealth(health);
+    }
+    if (options.strict && !health.trouble().empty()) {
+        throw Failure(health.trouble());
     }
 }
 
@@ -141,11 +207,23 @@ void status(const Options& options) {
 
 void addStatusCommand(CLI::App& app) {
     const auto options = std::make_shared<Options>();
-    CLI::App* command = app.add_subcommand(
-        "status", "Show whether the service runs and what it serves; status 0 only if it runs");
+    CLI::App* command = app.add_subcommand("status",
+                                           "Show whether the service runs, what it serves, and the "
+                                           "health of the boards; status 0 only if it runs");
     command->add_option("--wait", options->wait, "Wait up to this long for the service")
         ->type_name("SECONDS");
+    command->add_flag(
+        "--strict", options->strict,
+        "Fail if a board is lost or not served, or registers are virtual for lack of one");
+    command
+        ->add_option("--map", options->places.mapFile,
+                     "The map of the service, if it is not /etc/io-mapping/map.json")
+        ->type_name("FILE");
+    command
+        ->add_option("--runtime-directory", options->places.runtimeDirectory,
+                     "The runtime directory of the service, if it is not /run/io-mapping")
+        ->type_name("DIRECTORY");
     command->add_flag("--json", options->json, "Print a JSON object");
-    command->footer("Example:\n  iomap status --wait 60");
+    command->footer("Example:\n  iomap status --wait 60\n  iomap status --strict");
     command->callback([options] { status(*options); });
 }

@@ -55,7 +55,8 @@ TEST_F(IomapTest, HelpNamesEverySubcommandAndOption) {
         {{"watch"},
          {"ADDR|FIRST-LAST", "--type TYPE", "--count N", "--timeout SECONDS", "--interval SECONDS",
           "--initial", "--changes", "--format FORMAT", "--json"}},
-        {{"status"}, {"--wait SECONDS", "--json"}},
+        {{"status"},
+         {"--wait SECONDS", "--strict", "--map FILE", "--runtime-directory DIRECTORY", "--json"}},
     };
     for (auto [arguments, texts] : cases) {
         for (const char* help : {"--help", "-h"}) {
