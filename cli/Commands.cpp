@@ -9,6 +9,7 @@ void addCommands(CLI::App& app) {
     addToggleCommand(app);
     addInfoCommand(app);
     addWatchCommand(app);
+    addTopCommand(app);
     addStatusCommand(app);
     addHelpCommand(app);
     // Last, as subcommands would inherit it.

@@ -12,6 +12,7 @@ void addWriteCommand(CLI::App& app);
 void addToggleCommand(CLI::App& app);
 void addInfoCommand(CLI::App& app);
 void addWatchCommand(CLI::App& app);
+void addTopCommand(CLI::App& app);
 void addStatusCommand(CLI::App& app);
 void addHelpCommand(CLI::App& app);
 

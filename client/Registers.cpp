@@ -176,6 +176,10 @@ std::vector<Reading> readEach(IoMapping& io, const Addresses& addresses, Catalog
 
 }  // namespace
 
+bool isMissing(RegisterType type, int value) {
+    return type == RegisterType::SENSOR_TEMP_VALUE && value == SENSOR_MISSING;
+}
+
 bool isAnnounced(RegisterType type) {
     constexpr std::array ANNOUNCED{RegisterType::RELAY, RegisterType::INPUT_DIGITAL,
                                    RegisterType::PULLUP, RegisterType::CTS, RegisterType::VIRTUAL};

@@ -27,6 +27,9 @@ struct Reading {
 /// others have the type of virtual ones.
 bool isAnnounced(RegisterType type);
 
+/// Whether a value stands for a temperature sensor that is not there.
+bool isMissing(RegisterType type, int value);
+
 /// Why registers of a type can never be written, in the words of the service; nothing if they can.
 std::string writeRefusalOf(RegisterType type);
 

@@ -16,7 +16,7 @@ set -l types relay output_digital input_digital pullup input_counter input_analo
     device_voltage cpu_temp uptime usb_enable color_led brightness_led hw_type fw_version \
     count_serials count_relays count_outputs count_inputs count_analog_outputs \
     count_analog_inputs pd5_detected enable_analog reserved virtual unknown
-set -l subcommands list read write toggle info watch status help
+set -l subcommands list read write toggle info watch top status help
 set -l seen __fish_seen_subcommand_from
 set -l none "not $seen $subcommands"
 
@@ -27,6 +27,7 @@ complete -c iomap -n "$none" -a write -d 'Write registers'
 complete -c iomap -n "$none" -a toggle -d 'Write 1 where 0 is, and 0 where 1 is'
 complete -c iomap -n "$none" -a info -d 'Show type, index and maximum of registers'
 complete -c iomap -n "$none" -a watch -d 'Print every change'
+complete -c iomap -n "$none" -a top -d 'Show a table that follows the values'
 complete -c iomap -n "$none" -a status -d 'Show whether the service runs'
 complete -c iomap -n "$none" -a help -d 'Show the help of a subcommand'
 complete -c iomap -n "$none" -l version -d 'Print the version'
@@ -36,7 +37,8 @@ complete -c iomap -n "$seen read toggle info watch" -a '(__iomap_registers)'
 complete -c iomap -n "$seen write" -a '(__iomap_registers =)'
 complete -c iomap -n "$seen help" -a "$subcommands"
 
-complete -c iomap -n "$seen list watch" -l type -x -a "$types" -d 'Only registers of this type'
+complete -c iomap -n "$seen list watch top" -l type -x -a "$types" -d 'Only registers of this type'
+complete -c iomap -n "$seen top" -l group -x -d 'Only registers of this group'
 complete -c iomap -n "$seen list" -l brief -d 'Only address, type and name'
 complete -c iomap -n "$seen list read write toggle watch" -l raw -d 'Without names and scales'
 complete -c iomap -n "$seen list read write toggle info watch status" -l json -d 'Print JSON'

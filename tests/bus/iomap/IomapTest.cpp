@@ -36,6 +36,7 @@ class IomapTest : public IomapFixture {
         {"watch", "--type", "virtual", "--json"},
         {"status"},
         {"toggle", "1"},
+        {"top"},
         {"read", "--wait", "1=1"},
     };
 };
@@ -43,8 +44,8 @@ class IomapTest : public IomapFixture {
 TEST_F(IomapTest, HelpNamesEverySubcommandAndOption) {
     const std::vector<std::pair<Arguments, Arguments>> cases{
         {{},
-         {"list ", "read ", "write ", "toggle ", "help ", "info ", "watch ", "status ", "--version",
-          "\n  3  no service", "\n  4  this user has not the right\n", "man iomap"}},
+         {"list ", "read ", "write ", "toggle ", "help ", "info ", "watch ", "top ", "status ",
+          "--version", "\n  3  no service", "\n  4  this user has not the right\n", "man iomap"}},
         {{"list"}, {"--type TYPE", "--brief", "--json"}},
         {{"read"},
          {"ADDR|FIRST-LAST", "--wait NAME=VALUE|ADDR=VALUE", "--timeout SECONDS", "--json"}},
@@ -55,6 +56,7 @@ TEST_F(IomapTest, HelpNamesEverySubcommandAndOption) {
         {{"watch"},
          {"ADDR|FIRST-LAST", "--type TYPE", "--count N", "--timeout SECONDS", "--interval SECONDS",
           "--initial", "--changes", "--format FORMAT", "--json"}},
+        {{"top"}, {"--type TYPE", "--group GROUP"}},
         {{"status"},
          {"--wait SECONDS", "--strict", "--map FILE", "--runtime-directory DIRECTORY", "--json"}},
     };
@@ -72,7 +74,7 @@ TEST_F(IomapTest, HelpNamesEverySubcommandAndOption) {
 
 TEST_F(IomapTest, EverySubcommandShowsAnExampleOfItself) {
     for (const char* subcommand :
-         {"list", "read", "write", "toggle", "info", "watch", "status", "help"}) {
+         {"list", "read", "write", "toggle", "info", "watch", "top", "status", "help"}) {
         EXPECT_THAT(iomapDone({subcommand, "--help"}),
                     testing::ContainsRegex("Examples?:\n  iomap " + std::string(subcommand)));
     }
