@@ -4,6 +4,7 @@
 import unittest
 
 import coverage
+import mutate
 import soak
 
 
@@ -45,6 +46,27 @@ class SoakTest(unittest.TestCase):
     def test_columns_stand_below_their_heads(self):
         lines = soak.table([self.row, soak.Row("map-file")]).splitlines()
         self.assertEqual(len({len(line) for line in lines}), 1)
+
+
+class MutateTest(unittest.TestCase):
+    def expect(self, line, *changed):
+        self.assertEqual(sorted(mutate.changes_of(line)), sorted(changed))
+
+    def test_conditions_are_changed(self):
+        self.expect("    return a == b && c;", "    return a != b && c;", "    return a == b || c;")
+        self.expect("    if (isOpen()) {", "    if (!isOpen()) {")
+        self.expect("    if (!isOpen()) {", "    if (isOpen()) {")
+
+    def test_constants_are_changed(self):
+        self.expect("    return 9;", "    return 10;")
+        self.expect("    bool found{false};", "    bool found{true};")
+
+    def test_calls_are_left_out(self):
+        self.expect("    files.clear();", "    ;")
+
+    def test_texts_comments_and_names_stay(self):
+        self.expect('constexpr const char* A1 = "1 == 2";  // 3 && true')
+        self.expect("    // if (isOpen()) {")
 
 
 class CoverageTest(unittest.TestCase):
