@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "BusContract.h"
+#include "CallFilter.h"
 #include "FuzzInput.h"
 #include "IoMapping.h"
 #include "TemporaryDirectory.h"
@@ -101,25 +102,20 @@ class FakeBus {
 
     static gboolean onConnection(GDBusServer* /*server*/, GDBusConnection* connection,
                                  gpointer self) {
-        g_object_ref(connection);  // for good: there is one client
-        g_dbus_connection_add_filter(connection, onMessage, self, nullptr);
+        auto* const bus = static_cast<FakeBus*>(self);
+        bus->client.emplace(connection, [bus](GDBusConnection* caller, GDBusMessage* call) {
+            bus->answer(caller, call);
+        });
         return TRUE;
     }
 
     /// Runs on GDBus's own thread.
-    static GDBusMessage* onMessage(GDBusConnection* connection, GDBusMessage* message,
-                                   gboolean incoming, gpointer self) {
-        if (incoming == FALSE ||
-            g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_METHOD_CALL) {
-            return message;
-        }
-        const ObjectOwner<GDBusMessage> call(message);
-        if (g_strcmp0(g_dbus_message_get_destination(message), BUS) == 0) {
-            answerAsBus(connection, message);
+    void answer(GDBusConnection* connection, GDBusMessage* call) {
+        if (g_strcmp0(g_dbus_message_get_destination(call), BUS) == 0) {
+            answerAsBus(connection, call);
         } else {
-            static_cast<FakeBus*>(self)->answerAsService(connection, message);
+            answerAsService(connection, call);
         }
-        return nullptr;
     }
 
     static void answerAsBus(GDBusConnection* connection, GDBusMessage* call) {
@@ -177,6 +173,7 @@ class FakeBus {
     std::condition_variable started;
     bool isUp{false};
     Script script;
+    std::optional<CallFilter> client;
     MainLoopOwner loop;
     std::thread thread;
 };

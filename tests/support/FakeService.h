@@ -2,7 +2,6 @@
 #pragma once
 
 #include <gio/gio.h>
-#include <gtest/gtest.h>
 
 #include <map>
 #include <mutex>
@@ -12,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "BusClient.h"
 #include "RegisterType.h"
+#include "StandInService.h"
 #include "support/GLibOwners.h"
 
 /// What the service knows of a register. One without a value cannot be read.
@@ -27,17 +26,7 @@ struct FakeRegister {
 /// Answers the calls that clients make to the service, in a thread of GDBus.
 class FakeService {
  public:
-    explicit FakeService(std::map<int, FakeRegister> served) : registers(std::move(served)) {
-        filter = g_dbus_connection_add_filter(client.connection(), onMessage, this, nullptr);
-        const VariantOwner reply(g_dbus_connection_call_sync(
-            client.connection(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
-            "org.freedesktop.DBus", "RequestName", g_variant_new("(su)", "org.mirel.IoMapping", 0),
-            nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
-        EXPECT_TRUE(reply);
-    }
-    ~FakeService() { g_dbus_connection_remove_filter(client.connection(), filter); }
-    FakeService(const FakeService&) = delete;
-    FakeService& operator=(const FakeService&) = delete;
+    explicit FakeService(std::map<int, FakeRegister> served) : registers(std::move(served)) {}
 
     /// Gives a register another value, or makes it one that cannot be read.
     void set(int address, std::optional<int> value) {
@@ -48,7 +37,7 @@ class FakeService {
     /// Gives a register another value and announces it.
     void announce(int address, int value) {
         set(address, value);
-        g_dbus_connection_emit_signal(client.connection(), nullptr, BusClient::PATH,
+        g_dbus_connection_emit_signal(service.connection(), nullptr, BusClient::PATH,
                                       BusClient::INTERFACE, "OnValueChange",
                                       g_variant_new("(ii)", address, value), nullptr);
     }
@@ -66,20 +55,13 @@ class FakeService {
     }
 
  private:
-    static GDBusMessage* onMessage(GDBusConnection* connection, GDBusMessage* message,
-                                   gboolean incoming, gpointer service) {
-        if (incoming == FALSE ||
-            g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_METHOD_CALL) {
-            return message;
-        }
-        const ObjectOwner<GDBusMessage> call(message);
-        const ObjectOwner<GDBusMessage> reply(static_cast<FakeService*>(service)->answer(message));
+    void answer(GDBusConnection* connection, GDBusMessage* call) {
+        const ObjectOwner<GDBusMessage> reply(replyTo(call));
         g_dbus_connection_send_message(connection, reply.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE,
                                        nullptr, nullptr);
-        return nullptr;
     }
 
-    GDBusMessage* answer(GDBusMessage* call) {
+    GDBusMessage* replyTo(GDBusMessage* call) {
         const std::string method = g_dbus_message_get_member(call);
         GVariant* const body = g_dbus_message_get_body(call);
         const std::lock_guard<std::mutex> lock(mutex);
@@ -154,6 +136,6 @@ class FakeService {
     mutable std::mutex mutex;
     std::map<int, FakeRegister> registers;
     std::vector<std::string> record;
-    BusClient client;
-    guint filter{0};
+    const StandInService service{
+        [this](GDBusConnection* connection, GDBusMessage* call) { answer(connection, call); }};
 };
