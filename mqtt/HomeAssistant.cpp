@@ -37,27 +37,6 @@ constexpr std::array<RegisterType, 9> ON_OFF_TYPES{
     RegisterType::USB_ENABLE,    RegisterType::PD5_DETECTED,
     RegisterType::ENABLE_ANALOG};
 
-/// The types whose registers are never written.
-constexpr std::array<RegisterType, 19> READ_ONLY_TYPES{RegisterType::INPUT_DIGITAL,
-                                                       RegisterType::INPUT_ANALOG,
-                                                       RegisterType::CTS,
-                                                       RegisterType::SENSOR_TEMP_VALUE,
-                                                       RegisterType::SENSOR_TEMP_ADDRESS_LOWER,
-                                                       RegisterType::SENSOR_TEMP_ADDRESS_HIGHER,
-                                                       RegisterType::DEVICE_CURRENT,
-                                                       RegisterType::DEVICE_VOLTAGE,
-                                                       RegisterType::CPU_TEMP,
-                                                       RegisterType::UPTIME,
-                                                       RegisterType::HW_TYPE,
-                                                       RegisterType::FW_VERSION,
-                                                       RegisterType::COUNT_SERIALS,
-                                                       RegisterType::COUNT_RELAYS,
-                                                       RegisterType::COUNT_OUTPUTS,
-                                                       RegisterType::COUNT_INPUTS,
-                                                       RegisterType::COUNT_ANALOG_OUTPUTS,
-                                                       RegisterType::COUNT_ANALOG_INPUTS,
-                                                       RegisterType::PD5_DETECTED};
-
 /// What a unit says of its quantity.
 struct Quantity {
     std::string_view unit;
@@ -228,9 +207,8 @@ Entities entitiesOf(const std::map<int, CachedRegister>& registers, const Labels
         if (label == nullptr || label->name.empty()) {
             continue;
         }
-        const bool writable = settings.writable.contains(address) &&
-                              !has(READ_ONLY_TYPES, entry.info.type) &&
-                              entry.info.type != RegisterType::RESERVED;
+        const bool writable =
+            settings.writable.contains(address) && writeRefusalOf(entry.info.type).empty();
         const std::string platform = platformOf(entry, *label, writable);
         entities[platform + "-" + label->name] = {
             platform, entityText(entry, *label, platform, settings, topics)};

@@ -10,6 +10,20 @@
 
 using Lock = std::lock_guard<std::mutex>;
 
+namespace {
+
+template <typename Item>
+std::optional<Item> takeFirst(std::deque<Item>& queue) {
+    if (queue.empty()) {
+        return std::nullopt;
+    }
+    Item first = std::move(queue.front());
+    queue.pop_front();
+    return first;
+}
+
+}  // namespace
+
 Mailbox::Mailbox(std::function<void()> whenRequested)
     : wakeBus(std::move(whenRequested)), event(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
     if (!event.isOpen()) {
@@ -84,12 +98,7 @@ std::optional<std::pair<std::string, std::string>> Mailbox::takeValue() {
 
 std::optional<Reply> Mailbox::takeReply() {
     const Lock lock(mutex);
-    if (replies.empty()) {
-        return std::nullopt;
-    }
-    Reply reply = std::move(replies.front());
-    replies.pop_front();
-    return reply;
+    return takeFirst(replies);
 }
 
 std::optional<DeviceInfo> Mailbox::takeInfo() {
@@ -134,10 +143,5 @@ bool Mailbox::addRequest(Request request) {
 
 std::optional<Request> Mailbox::takeRequest() {
     const Lock lock(mutex);
-    if (requests.empty()) {
-        return std::nullopt;
-    }
-    Request request = std::move(requests.front());
-    requests.pop_front();
-    return request;
+    return takeFirst(requests);
 }
