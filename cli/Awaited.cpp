@@ -130,8 +130,7 @@ class Waiter {
 
     void heed(ServiceWatch::Event event) {
         if (event == ServiceWatch::Event::BUS_LOST) {
-            throw Failure("the D-Bus system bus has gone; start it and iomappingd",
-                          EXIT_NO_SERVICE);
+            throw busFailure();
         }
         if (event == ServiceWatch::Event::WENT) {
             tell("the service has gone; waiting for it");

@@ -13,6 +13,7 @@ constexpr std::string_view CALL_PREFIX = "Error calling method: ";
 constexpr std::string_view BUS_PREFIX = "GDBus.Error:";
 constexpr std::string_view SYSTEMD_PREFIX = "org.freedesktop.systemd1.";
 constexpr std::string_view NO_BUS = "Error initializing DBus: ";
+constexpr const char* BUS_GONE = "the D-Bus system bus has gone; start it and iomappingd";
 constexpr std::string_view TIMEOUT = "Error calling method: Timeout was reached";
 
 /// What to say of errors whose own words do not tell the user what to do.
@@ -28,8 +29,7 @@ constexpr std::array<Advice, 6> ADVICE{{
     {"Error calling method: GDBus.Error:org.freedesktop.DBus.Error.NoReply",
      "the service has ended before it answered; start iomappingd"},
     {TIMEOUT, "the service does not answer; restart iomappingd"},
-    {"Error calling method: The connection is closed",
-     "the D-Bus system bus has gone; start it and iomappingd"},
+    {"Error calling method: The connection is closed", BUS_GONE},
     {"Error calling method: GDBus.Error:org.freedesktop.DBus.Error.AccessDenied",
      "this user may not do that; become root or a member of the group io-mapping"},
 }};
@@ -44,6 +44,10 @@ bool hasCause(const std::exception& error, ServiceError::Cause cause) {
 }
 
 }  // namespace
+
+Failure busFailure() {
+    return Failure(BUS_GONE, EXIT_NO_SERVICE);
+}
 
 int exitStatusOf(const std::exception& error) {
     if (const auto* const failure = dynamic_cast<const Failure*>(&error)) {

@@ -26,6 +26,9 @@ class Failure : public std::runtime_error {
     int status;
 };
 
+/// That the bus has gone, with the remedy.
+Failure busFailure();
+
 /// The exit status for a program that an exception ends: that of a Failure; EXIT_NO_SERVICE or
 /// EXIT_NO_RIGHTS for an error of the class IoMapping that means so; else EXIT_FAILURE.
 int exitStatusOf(const std::exception& error);
