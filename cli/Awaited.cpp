@@ -7,11 +7,11 @@
 #include <map>
 
 #include "Output.h"
+#include "ServiceFollower.h"
 #include "WakeUp.h"
 #include "client/Failure.h"
 #include "client/PollPlan.h"
 #include "client/ServiceProbe.h"
-#include "client/ServiceWatch.h"
 #include "program/Report.h"
 #include "tesk/Exceptions.h"
 
@@ -36,14 +36,10 @@ class Waiter {
         : awaited(whatToAwait), labels(deviceLabels), end(endOfTime) {}
 
     void wait() {
-        service.waitForFirstEvent();
-        service.takeEvents();
         begin();
         while (!held && Clock::now() < end) {
             io.run(true);
-            for (const ServiceWatch::Event event : service.takeEvents()) {
-                heed(event);
-            }
+            service.follow();
             pollIfDue();
         }
         if (!held) {
@@ -88,10 +84,12 @@ class Waiter {
             return PollPlan::isSlow(info.type);
         });
         interval = isSlow ? SLOW_INTERVAL : QUICK_INTERVAL;
-        if (nextPoll == Clock::time_point::max()) {
-            wakeAfter(QUICK_INTERVAL);
-        }
-        nextPoll = Clock::now() + interval;
+        planPoll(Clock::now() + interval);
+    }
+
+    void planPoll(Clock::time_point time) {
+        nextPoll = time;
+        wakeOnceAfter(nextPoll - Clock::now());
     }
 
     void read(const std::vector<RegisterInfo>& wanted) {
@@ -103,7 +101,8 @@ class Waiter {
     }
 
     void pollIfDue() {
-        if (held || away || Clock::now() < nextPoll) {
+        const auto now = Clock::now();
+        if (held || service.isAway() || now < nextPoll) {
             return;
         }
         try {
@@ -112,7 +111,7 @@ class Waiter {
         } catch (const tesk::InputOutputException& e) {
             trouble = reasonOf(e);
         }
-        nextPoll = Clock::now() + interval;
+        planPoll(now + interval);
     }
 
     /// Notes what a register shows. A value counts even if the next one comes at once.
@@ -128,34 +127,24 @@ class Waiter {
                reading->second.value == a.value;
     }
 
-    void heed(ServiceWatch::Event event) {
-        if (event == ServiceWatch::Event::BUS_LOST) {
-            throw busFailure();
-        }
-        if (event == ServiceWatch::Event::WENT) {
-            tell("the service has gone; waiting for it");
-            away = true;
-        } else if (away) {
-            away = false;
-            welcomeBack();
-            tell("the service is back");
-        }
+    /// What the registers showed is no longer so.
+    void forget() {
+        readings.clear();
+        trouble.clear();
     }
 
     /// The registers may be others now.
-    void welcomeBack() {
-        try {
-            probeService(probeLimit(end), ServiceStart::ALLOWED);
-            begin();
-        } catch (const tesk::InputOutputException& e) {
-            // It may have gone again, which is heard of.
-            trouble = reasonOf(e);
-        }
+    void beginAnew() {
+        probeService(probeLimit(end), ServiceStart::ALLOWED);
+        begin();
     }
 
     [[noreturn]] void fail() const {
-        if (away) {
-            throw Failure("the time is up, and the service is not running; start iomappingd",
+        if (service.isAway()) {
+            const std::string& reason = service.reason();
+            throw Failure(reason.empty()
+                              ? "the time is up, and the service is not running; start iomappingd"
+                              : "the time is up: " + reason,
                           EXIT_NO_SERVICE);
         }
         if (!trouble.empty()) {
@@ -185,27 +174,21 @@ class Waiter {
     const Labels& labels;
     const Clock::time_point end;
     IoMapping io;
-    ServiceWatch service;
+    ServiceFollower service{{[this] { forget(); }, [this] { beginAnew(); }, tell}};
     std::map<int, RegisterInfo> infos;
     std::map<int, Reading> readings;
     std::vector<RegisterInfo> silent;  ///< Those that are never announced.
     std::chrono::milliseconds interval{QUICK_INTERVAL};
     Clock::time_point nextPoll{Clock::time_point::max()};
     std::string trouble;  ///< Why the last reading failed.
-    bool away{false};
     bool held{false};
 };
 
 }  // namespace
 
-void await(const std::vector<Awaited>& awaited, const Labels& labels,
-           const std::optional<std::chrono::duration<double>>& timeout) {
-    const auto end = timeout ? Clock::now() + std::chrono::duration_cast<Clock::duration>(*timeout)
-                             : Clock::time_point::max();
-    if (timeout) {
-        wakeAfter(*timeout);
+void await(const std::vector<Awaited>& awaited, const Labels& labels, Clock::time_point end) {
+    if (end != Clock::time_point::max()) {
+        wakeAfter(end - Clock::now());
     }
-    // What follows has no time limit of the user's.
-    probeService(probeLimit(end), ServiceStart::ALLOWED);
     Waiter(awaited, labels, end).wait();
 }

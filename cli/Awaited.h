@@ -2,7 +2,6 @@
 #pragma once
 
 #include <chrono>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,8 +18,8 @@ struct Awaited {
 /// standard error says.
 ///
 /// @param labels name the values in messages
-/// @param timeout how long to wait at most; without an end when there is none
+/// @param end how long to wait at most; max() to wait without an end
 /// @throws Failure the time is up, a register is unknown, or there is no service or no bus
 /// @throws ServiceError the service does not answer
 void await(const std::vector<Awaited>& awaited, const Labels& labels,
-           const std::optional<std::chrono::duration<double>>& timeout);
+           std::chrono::steady_clock::time_point end);

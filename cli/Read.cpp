@@ -13,9 +13,12 @@
 #include "Output.h"
 #include "Writes.h"
 #include "client/Failure.h"
+#include "client/ServiceProbe.h"
 #include "program/UsageError.h"
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 struct Options {
     std::vector<std::string> registers;
@@ -94,6 +97,10 @@ std::vector<Wait> waitsOf(const Options& options, const Labels& labels) {
 std::vector<Awaited> awaitAll(const std::vector<Wait>& waits, const Labels& names,
                               const Labels& labels,
                               const std::optional<std::chrono::duration<double>>& timeout) {
+    const auto end = timeout ? Clock::now() + std::chrono::duration_cast<Clock::duration>(*timeout)
+                             : Clock::time_point::max();
+    // What follows has no time limit of the user's.
+    probeService(probeLimit(end), ServiceStart::ALLOWED);
     std::vector<Awaited> awaited;
     std::optional<IoMapping> io;
     for (const auto& [named, value, isScaled] : waits) {
@@ -102,7 +109,7 @@ std::vector<Awaited> awaitAll(const std::vector<Wait>& waits, const Labels& name
             awaited.push_back({static_cast<int>(address), raw});
         }
     }
-    await(awaited, labels, timeout);
+    await(awaited, labels, end);
     return awaited;
 }
 

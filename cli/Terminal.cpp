@@ -16,6 +16,9 @@ namespace {
 
 constexpr int CONTROL_C = 3;
 
+/// How long a key that sends several characters may take for them.
+constexpr int ESCAPE_MS = 25;
+
 attr_t attributesOf(TopTable::Style style) {
     switch (style) {
         case TopTable::Style::HEADER:
@@ -56,6 +59,7 @@ Terminal::Terminal() {
     }
     // Ctrl-C is a key, so that the screen is restored in order.
     raw();
+    set_escdelay(ESCAPE_MS);
     noecho();
     keypad(stdscr, TRUE);
     nodelay(stdscr, TRUE);

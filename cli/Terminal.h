@@ -17,7 +17,8 @@ class Terminal {
     Terminal(const Terminal&) = delete;
     Terminal& operator=(const Terminal&) = delete;
 
-    /// The next key that was pressed; NONE if there is none. Never waits.
+    /// The next key that was pressed; NONE if there is none. Waits for no
+    /// more than the rest of a key that sends several characters.
     Key readKey();
 
     /// The size in characters. readKey() takes note of another one.

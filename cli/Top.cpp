@@ -12,12 +12,12 @@
 #include "Arguments.h"
 #include "Commands.h"
 #include "Output.h"
+#include "ServiceFollower.h"
 #include "Terminal.h"
 #include "TopTable.h"
 #include "WakeUp.h"
 #include "client/Failure.h"
 #include "client/ServiceProbe.h"
-#include "client/ServiceWatch.h"
 #include "support/GLibOwners.h"
 
 namespace {
@@ -72,7 +72,8 @@ GSource* sourceOfKeys(bool& isGone) {
         STDIN_FILENO, static_cast<GIOCondition>(G_IO_IN | G_IO_HUP | G_IO_ERR));
     const GUnixFDSourceFunc heed = [](gint /*fd*/, GIOCondition condition,
                                       gpointer data) -> gboolean {
-        if ((condition & G_IO_IN) == 0) {
+        // A terminal that has gone has something to read, too: its end.
+        if ((condition & (G_IO_HUP | G_IO_ERR)) != 0) {
             *static_cast<bool*>(data) = true;
         }
         return G_SOURCE_CONTINUE;
@@ -88,8 +89,6 @@ class Top {
     Top(const Labels& labels, const TopTable::Filter& filter) : table(labels, filter) {}
 
     void run() {
-        service.waitForFirstEvent();
-        service.takeEvents();
         load();
         if (table.isEmpty()) {
             throw Failure("there is no such register to show");
@@ -98,9 +97,7 @@ class Top {
         while (!isOver) {
             draw();
             waitForNews();
-            for (const ServiceWatch::Event event : service.takeEvents()) {
-                heed(event);
-            }
+            service.follow();
             for (Key key = terminal.readKey(); key != Key::NONE; key = terminal.readKey()) {
                 heed(key);
             }
@@ -135,31 +132,11 @@ class Top {
         }
     }
 
-    void heed(ServiceWatch::Event event) {
-        if (event == ServiceWatch::Event::BUS_LOST) {
-            throw busFailure();
-        }
-        if (event == ServiceWatch::Event::WENT) {
-            lose("the service has gone; waiting for it");
-        } else if (!isLoaded) {
-            welcomeBack();
-        }
-    }
-
-    void lose(const std::string& reason) {
+    /// Of a service that has gone nothing can be asked.
+    void forget() {
         isLoaded = false;
         question.reset();
         cache.invalidate();
-        notice = reason;
-    }
-
-    void welcomeBack() {
-        try {
-            load();
-            notice = "the service is back";
-        } catch (const std::exception& e) {
-            lose(reasonOf(e));
-        }
     }
 
     void heed(Key key) {
@@ -231,7 +208,8 @@ class Top {
 
     TopTable table;
     IoMapping io;
-    ServiceWatch service;
+    ServiceFollower service{{[this] { forget(); }, [this] { load(); },
+                             [this](const std::string& text) { notice = text; }}};
     RegisterCache cache{io, PollPlan(),
                         [this](const CachedRegister& entry) { table.set(entry, Clock::now()); }};
     bool isOver{false};

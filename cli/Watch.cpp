@@ -16,10 +16,10 @@
 #include "Commands.h"
 #include "LineOutput.h"
 #include "Output.h"
+#include "ServiceFollower.h"
 #include "WakeUp.h"
 #include "client/Failure.h"
 #include "client/ServiceProbe.h"
-#include "client/ServiceWatch.h"
 #include "program/Report.h"
 #include "program/UsageError.h"
 #include "tesk/Exceptions.h"
@@ -161,8 +161,6 @@ class Watcher {
     Watcher& operator=(const Watcher&) = delete;
 
     void watch() {
-        service.waitForFirstEvent();
-        service.takeEvents();
         choose();
         tellOfSilence();
         end = endOf(request);
@@ -176,9 +174,7 @@ class Watcher {
         // Without anybody who reads, the rest is for nothing.
         while (!isEnough() && Clock::now() < end && !changes.hasFailed()) {
             io.run(true);
-            for (const ServiceWatch::Event event : service.takeEvents()) {
-                heed(event);
-            }
+            service.follow();
             pollIfDue();
         }
         finish();
@@ -226,9 +222,7 @@ class Watcher {
     /// Prints what there is, if asked for, and learns the values that are to be compared.
     void lookFirst() {
         if (request.interval) {
-            wakeAfter(*request.interval);
-            nextPoll =
-                Clock::now() + std::chrono::duration_cast<Clock::duration>(*request.interval);
+            planPoll(Clock::now());
         }
         std::vector<RegisterInfo> wanted = silent;
         if (request.initial) {
@@ -258,10 +252,24 @@ class Watcher {
         }
     }
 
+    /// From one beginning to the next: how long a reading takes does not count.
+    void planPoll(Clock::time_point begin) {
+        nextPoll = begin + std::chrono::duration_cast<Clock::duration>(*request.interval);
+        wakeOnceAfter(nextPoll - Clock::now());
+    }
+
     void pollIfDue() {
-        if (!request.interval || away || Clock::now() < nextPoll || isEnough()) {
+        const auto now = Clock::now();
+        if (!request.interval || now < nextPoll || isEnough()) {
             return;
         }
+        if (!service.isAway()) {
+            poll();
+        }
+        planPoll(now);
+    }
+
+    void poll() {
         try {
             if (request.timeout) {
                 probeService(probeLimit(end), ServiceStart::REFUSED);
@@ -274,7 +282,6 @@ class Watcher {
                 tell(pollTrouble);
             }
         }
-        nextPoll = Clock::now() + std::chrono::duration_cast<Clock::duration>(*request.interval);
     }
 
     /// Notes what a register shows.
@@ -305,28 +312,23 @@ class Watcher {
 
     bool isEnough() const { return request.count && printed >= *request.count; }
 
-    void heed(ServiceWatch::Event event) {
-        if (event == ServiceWatch::Event::BUS_LOST) {
-            throw busFailure();
-        }
-        if (event == ServiceWatch::Event::WENT) {
-            tell("the service has gone; waiting for it");
-            away = true;
-        } else if (away) {
-            welcomeBack();
-            away = false;
+    /// Nobody announces what a register shows after a restart: the next change is news.
+    void forget() {
+        for (const auto& [address, info] : infos) {
+            if (isAnnounced(info.type)) {
+                shown.erase(address);
+            }
         }
     }
 
     /// The registers may be others now.
-    void welcomeBack() {
+    void chooseAnew() {
+        probeService(probeLimit(end), ServiceStart::ALLOWED);
         try {
-            probeService(probeLimit(end), ServiceStart::ALLOWED);
             choose();
-        } catch (const std::exception& e) {
-            tell(reasonOf(e));
+        } catch (const Failure& e) {
+            tell(e.what());
         }
-        tell("the service is back");
     }
 
     void print(const RegisterInfo& info, const Reading& reading) {
@@ -359,7 +361,8 @@ class Watcher {
         std::make_shared<LineOutput>(STDERR_FILENO, LineOutput::Listener())};
     LineOutput changes{STDOUT_FILENO, listenerOfChanges(messages)};
     IoMapping io;
-    ServiceWatch service;
+    ServiceFollower service{{[this] { forget(); }, [this] { chooseAnew(); },
+                             [this](const std::string& text) { tell(text); }}};
     std::map<int, RegisterInfo> infos;
     std::vector<RegisterInfo> silent;  ///< Those that are never announced.
     std::map<int, std::string> shown;  ///< What each register showed last.
@@ -367,7 +370,6 @@ class Watcher {
     Clock::time_point nextPoll;
     Clock::time_point end;
     unsigned printed{0};
-    bool away{false};
 };
 
 void watch(const Options& options) {

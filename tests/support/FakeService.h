@@ -3,11 +3,13 @@
 
 #include <gio/gio.h>
 
+#include <chrono>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -42,6 +44,20 @@ class FakeService {
                                       g_variant_new("(ii)", address, value), nullptr);
     }
 
+    /// Lets every answer take some time, as a sensor does.
+    void slowDown(std::chrono::milliseconds time) {
+        const std::lock_guard<std::mutex> lock(mutex);
+        pause = time;
+    }
+
+    /// When a method was called.
+    std::vector<std::chrono::steady_clock::time_point> timesOf(const std::string& method) const {
+        const std::lock_guard<std::mutex> lock(mutex);
+        const auto found = times.find(method);
+        return found == times.end() ? std::vector<std::chrono::steady_clock::time_point>()
+                                    : found->second;
+    }
+
     /// Forgets the calls until now.
     void forgetCalls() {
         const std::lock_guard<std::mutex> lock(mutex);
@@ -65,6 +81,8 @@ class FakeService {
         const std::string method = g_dbus_message_get_member(call);
         GVariant* const body = g_dbus_message_get_body(call);
         const std::lock_guard<std::mutex> lock(mutex);
+        times[method].push_back(std::chrono::steady_clock::now());
+        std::this_thread::sleep_for(pause);
         record.push_back(method + " " + StringOwner(g_variant_print(body, FALSE)).get());
         GDBusMessage* reply = g_dbus_message_new_method_reply(call);
         try {
@@ -136,6 +154,8 @@ class FakeService {
     mutable std::mutex mutex;
     std::map<int, FakeRegister> registers;
     std::vector<std::string> record;
+    std::map<std::string, std::vector<std::chrono::steady_clock::time_point>> times;
+    std::chrono::milliseconds pause{0};
     const StandInService service{
         [this](GDBusConnection* connection, GDBusMessage* call) { answer(connection, call); }};
 };

@@ -162,4 +162,33 @@ TEST_F(IomapReadWaitTest, TheLossOfTheBusIsStatus3) {
     EXPECT_EQ(wait->waitForExit(), 3);
 }
 
+TEST_F(IomapReadWaitTest, AServiceThatIsBackAndHangsIsAskedAgain) {
+    const auto wait = startLongWait(LONG_TIME);
+    wait->signal(SIGSTOP);
+    end(*service);
+    service = &startService(map);
+    service->signal(SIGSTOP);
+    wait->signal(SIGCONT);
+    wait->waitForLine("iomap: the service has gone; waiting for it");
+    wait->waitForLine("iomap: the service does not answer; restart iomappingd");
+    service->signal(SIGCONT);
+    wait->waitForLine("iomap: the service is back");
+    iomapDone({"write", "1=1"});
+    EXPECT_EQ(wait->waitForExit(), 0);
+}
+
+TEST_F(IomapReadWaitTest, AServiceThatHangsTakesNoLongerByName) {
+    const std::string file =
+        directory.file("labels.json", R"({"labels": {"1": {"name": "door"}}})");
+    setenv("IO_MAPPING_LABELS", file.c_str(), 1);
+    service->signal(SIGSTOP);
+    const auto start = std::chrono::steady_clock::now();
+    expectFailure(iomap({"read", "--wait", "door=1", "--timeout", "0.5"}), 3,
+                  "the service does not answer; restart iomappingd");
+    if (!EMULATED) {
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
+    }
+    service->signal(SIGCONT);
+}
+
 }  // namespace

@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "Build.h"
+#include "FakeService.h"
 #include "IoMapping.h"
 #include "IomapFixture.h"
 #include "support/FileDescriptor.h"
@@ -320,6 +321,35 @@ TEST_F(IomapWatchTest, ARestartIsNoticedHoweverQuickItIs) {
     watch->waitForLine(" 1 virtual 1 1");
 }
 
+TEST_F(IomapWatchTest, AServiceThatIsBackAndHangsIsAskedAgain) {
+    Process& service = startService(map);
+    const auto watch = startWatch({});
+    watch->signal(SIGSTOP);
+    stop(service);
+    Process& hanging = startService(map);
+    hanging.signal(SIGSTOP);
+    watch->signal(SIGCONT);
+    EXPECT_EQ(watch->waitForLine("iomap: "), GONE);
+    EXPECT_EQ(watch->waitForLine("iomap: "),
+              "iomap: the service does not answer; restart iomappingd");
+    hanging.signal(SIGCONT);
+    EXPECT_EQ(watch->waitForLine("iomap: "), BACK);
+    iomapDone({"write", "1=1"});
+    watch->waitForLine(" 1 virtual 1 1");
+}
+
+TEST_F(IomapWatchTest, AfterARestartTheLastValueIsAChangeAgain) {
+    Process* service = &startService(map);
+    const auto watch = startWatch({"--changes"});
+    for (int run = 0; run < 2; ++run) {
+        iomapDone({"write", "1=5"});
+        watch->waitForLine(" 1 virtual 1 5");
+        stop(*service);
+        service = &startService(map);
+        watch->waitForLine(BACK);
+    }
+}
+
 TEST_F(IomapWatchTest, AfterARestartTheRegistersAreThoseOfTheNewMap) {
     Process& service = startService(mapOf({R"({"address": 2, "size": 8, "count": 1})",
                                            R"({"address": 99, "size": 32, "count": 1})"}));
@@ -408,6 +438,24 @@ TEST_F(IomapWatchTest, WhatIsNeverAnnouncedCanBeAskedForAgainAndAgain) {
     writeFile(file, "2000\n");
     EXPECT_THAT(watch.waitForLine(" 40 "), testing::EndsWith(" 40 cpu_temp 1 2000"));
     EXPECT_EQ(end(watch).size(), 4);
+}
+
+TEST_F(IomapWatchTest, TheIntervalIsKeptHoweverLongAReadingTakes) {
+    FakeService slow({{1, {RegisterType::UPTIME, 1, 100, 5}}});
+    slow.slowDown(std::chrono::milliseconds(20));
+    const char* const time = EMULATED ? "20" : "4";
+    const double interval = EMULATED ? 2 : 0.4;
+    iomapDone({"watch", "1", "--interval", std::to_string(interval), "--timeout", time});
+    const auto times = slow.timesOf("ReadList");
+    std::vector<double> pauses;
+    for (std::size_t i = 1; i < times.size(); ++i) {
+        pauses.push_back(std::chrono::duration<double>(times[i] - times[i - 1]).count());
+    }
+    ASSERT_FALSE(pauses.empty());
+    // The median: a busy machine may be late now and then.
+    std::sort(pauses.begin(), pauses.end());
+    EXPECT_GT(pauses[pauses.size() / 2], 0.5 * interval);
+    EXPECT_LT(pauses[pauses.size() / 2], 1.5 * interval);
 }
 
 TEST_F(IomapWatchTest, ThePresentValuesComeFirstIfAskedFor) {
