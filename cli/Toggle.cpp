@@ -24,9 +24,12 @@ std::map<int, int> bitsOf(IoMapping& io, const std::vector<int>& addresses) {
     const std::vector<Reading> readings = readEach(io, addresses);
     std::map<int, int> bits;
     std::map<int, std::string> refusals;
+    std::vector<int> unknown;
     for (std::size_t i = 0; i < addresses.size(); ++i) {
         const Reading& reading = readings[i];
-        if (!reading.error.empty()) {
+        if (reading.unknown) {
+            unknown.push_back(addresses[i]);
+        } else if (!reading.error.empty()) {
             refusals[addresses[i]] = reading.error;
         } else if (reading.value != 0 && reading.value != 1) {
             refusals[addresses[i]] =
@@ -34,7 +37,9 @@ std::map<int, int> bitsOf(IoMapping& io, const std::vector<int>& addresses) {
         }
         bits[addresses[i]] = reading.value;
     }
-    std::string text;
+    // The service need not be asked for the type of each address of a long range.
+    std::string text =
+        unknown.empty() ? "" : "there is no register at " + rangesText(unknown) + "; ";
     for (const auto& [address, reason] : refusals) {
         text += nameOf(io, address) + ": " + reason + "; ";
     }

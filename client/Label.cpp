@@ -81,7 +81,7 @@ int Label::rawOfScaled(const std::string& text, double value, unsigned int maxim
     const double highest = std::min<double>(maximum, std::numeric_limits<std::int32_t>::max());
     const double raw = (value - offset) / scale;
     const double nearest = std::round(raw);
-    if (!(nearest >= lowest && nearest <= highest)) {
+    if (!(raw >= lowest - STEP_TOLERANCE && raw <= highest + STEP_TOLERANCE)) {
         const auto [low, high] = std::minmax({lowest * scale + offset, highest * scale + offset});
         throw Failure("'" + text + "' is out of range " + decimal(low) + " to " + decimal(high));
     }

@@ -167,6 +167,11 @@ std::vector<Reading> readEach(IoMapping& io, const Addresses& addresses, Catalog
     auto next = found.cbegin();
     for (const int address : addresses) {
         Reading reading = isAlone(address) ? readAlone(io, address) : *next++;
+        // It may have been the only quick one.
+        if (!reading.error.empty() && addresses.size() > 1 && !isAlone(address) &&
+            !catalogue.has(address)) {
+            reading = unknownReading(address);
+        }
         reading.missing = reading.error.empty() && reading.value == SENSOR_MISSING &&
                           catalogue.isTemperature(address);
         readings.push_back(reading);

@@ -43,12 +43,19 @@ TEST_F(IomapToggleTest, JsonSaysWhatIsWritten) {
 TEST_F(IomapToggleTest, WhatHasAnotherValueIsRefusedAndNothingIsWritten) {
     iomapDone({"write", "2=57"});
     expectFailure(iomap({"toggle", "1-4"}), 1,
-                  "register 2 (virtual 2): the value is 57, neither 0 nor 1; register 4: address "
-                  "'4' not found; nothing is written");
+                  "there is no register at 4; register 2 (virtual 2): the value is 57, neither 0 "
+                  "nor 1; nothing is written");
     expectFailure(iomap({"toggle", "1", "30"}), 1,
                   "register 30 (reserved 1): this register is reserved. No writes are allowed; "
                   "nothing is written");
     EXPECT_EQ(iomapDone({"read", "1"}), "0\n");
+}
+
+TEST_F(IomapToggleTest, ALongWrongRangeIsRefusedAtOnce) {
+    const Outcome outcome = iomap({"toggle", "1-65535"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.errors, testing::StartsWith("iomap: there is no register at 4-"));
+    EXPECT_LT(outcome.errors.size(), 300U);
 }
 
 }  // namespace

@@ -99,6 +99,10 @@ TEST(LabelTest, AValueOutOfRangeIsRefusedWithTheRange) {
 TEST(LabelTest, OnlyARegisterOf32BitsHasNegativeRawValues) {
     EXPECT_EQ(scaledBy(0.1).rawOf("-5", WHOLE), -50);
     EXPECT_EQ(refusal(scaledBy(0.1), "-5", 65535), "'-5' is out of range 0.0 to 6553.5");
+    // The nearest step is the last one; the one behind it does not exist.
+    EXPECT_EQ(refusal(scaledBy(0.1), "25.53", 255), "'25.53' is out of range 0.0 to 25.5");
+    EXPECT_EQ(refusal(scaledBy(0.1), "-0.03", 255), "'-0.03' is out of range 0.0 to 25.5");
+    EXPECT_EQ(scaledBy(0.1).rawOf("25.5", 255), 255);
 }
 
 TEST(LabelTest, WhatIsNoNumberIsRefused) {

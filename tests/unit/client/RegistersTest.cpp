@@ -140,6 +140,12 @@ TEST_F(RegistersTest, TemperaturesAmongManyRegistersTakeACallEach) {
                             "Read (31,)", "Read (32,)", "Read (30,)"));
 }
 
+TEST_F(RegistersTest, AnUnknownRegisterAmongTemperaturesIsToldAsUnknown) {
+    EXPECT_THAT(readings({30, 31, 30, 31, 30, 99}),
+                ElementsAre("21500", "4096 missing", "21500", "4096 missing", "21500",
+                            "address '99' not found unknown"));
+}
+
 TEST_F(RegistersTest, ManyRegistersWithoutTemperaturesTakeOneListAndOneQuestionForTypes) {
     EXPECT_THAT(readings({3, 3, 3, 3, 3, 3}), ElementsAre("0", "0", "0", "0", "0", "0"));
     EXPECT_THAT(service.calls(),
