@@ -2,7 +2,9 @@
 #include "LabelCheck.h"
 
 #include <algorithm>
+#include <map>
 #include <optional>
+#include <string_view>
 #include <tuple>
 
 #include "Remedies.h"
@@ -16,7 +18,12 @@ constexpr const char* OTHER_FILE = "name another one with --labels";
 /// The check of a text.
 class LabelCheck {
  public:
-    LabelCheck(const std::string& file, const std::string& json) : path(file), text(json) {}
+    LabelCheck(const std::string& file, const std::string& json) : path(file), text(json) {
+        // The last one of a name counts.
+        for (const MapPlaces::Label& label : places.labels()) {
+            labels[label.key.name] = &label;
+        }
+    }
 
     std::vector<Finding> check(const std::function<bool(int)>& hasRegister) {
         for (const Labels::Fault& fault : Labels::faultsIn(text)) {
@@ -54,17 +61,14 @@ class LabelCheck {
         if (fault.byte) {
             return MapPlaces::placeOf(text, *fault.byte);
         }
-        // The last one of a name counts.
-        const auto& labels = places.labels();
-        const auto label = std::find_if(labels.rbegin(), labels.rend(), [&fault](const auto& l) {
-            return l.key.name == fault.label;
-        });
-        if (label == labels.rend()) {
+        const auto found = labels.find(fault.label);
+        if (found == labels.end()) {
             const MapPlaces::Key* const all = MapPlaces::find(places.rootKeys(), "labels");
             return all != nullptr ? all->value : MapPlaces::Place{};
         }
-        const MapPlaces::Key* const key = MapPlaces::find(label->keys, fault.key);
-        return key != nullptr ? key->value : label->key.place;
+        const MapPlaces::Label& label = *found->second;
+        const MapPlaces::Key* const key = MapPlaces::find(label.keys, fault.key);
+        return key != nullptr ? key->value : label.key.place;
     }
 
     static std::string remedyOf(const Labels::Fault& fault) {
@@ -100,6 +104,7 @@ class LabelCheck {
     const std::string& path;
     const std::string& text;
     MapPlaces places{text};
+    std::map<std::string_view, const MapPlaces::Label*> labels;
     std::vector<Finding> findings;
 };
 

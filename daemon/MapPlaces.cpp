@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <set>
 #include <string_view>
 
 namespace {
@@ -192,12 +193,14 @@ MapPlaces::MapPlaces(const std::string& text) {
 
 std::vector<MapPlaces::Key> MapPlaces::repeated(const std::vector<Key>& keys) {
     std::vector<Key> found;
-    for (auto key = keys.begin(); key != keys.end(); ++key) {
-        const auto same = [&key](const Key& other) { return other.name == key->name; };
-        if (std::any_of(key + 1, keys.end(), same)) {
+    std::set<std::string_view> later;
+    // A file may have hundreds of thousands of keys: each is looked at once.
+    for (auto key = keys.rbegin(); key != keys.rend(); ++key) {
+        if (!later.insert(key->name).second) {
             found.push_back(*key);
         }
     }
+    std::reverse(found.begin(), found.end());
     return found;
 }
 

@@ -91,4 +91,15 @@ TEST(MapPlacesTest, TellsThePlaceOfAByte) {
     EXPECT_EQ(textOf(MapPlaces::placeOf(text, 99)), "3:3");
 }
 
+TEST(MapPlacesTest, ManyKeysAreEachLookedAtOnce) {
+    std::vector<MapPlaces::Key> keys(300'000);
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        keys[i].name = std::to_string(i);
+    }
+    keys.push_back(keys[7]);
+    keys.push_back(keys[5]);
+    EXPECT_THAT(MapPlaces::repeated(keys), testing::SizeIs(2));
+    EXPECT_EQ(MapPlaces::repeated(keys).front().name, "5");
+}
+
 }  // namespace
