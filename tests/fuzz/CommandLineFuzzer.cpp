@@ -11,6 +11,7 @@
 #include <iostream>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "FuzzInput.h"
@@ -99,20 +100,24 @@ void requireSeconds(const Texts& texts) {
     }
 }
 
-/// How the words behind an option are read.
+/// How the words behind an option of a subcommand are read; of any subcommand, unless it is named.
 struct Reading {
+    std::string_view subcommand;
     const char* option;
     void (*require)(const Texts& texts);
 };
 constexpr Reading READINGS[]{
-    {"register", requireAddresses}, {"assignment", requireAssignments}, {"--type", requireTypes},
-    {"--timeout", requireSeconds},  {"--wait", requireSeconds},
+    {"", "register", requireAddresses},   {"", "assignment", requireAssignments},
+    {"", "--type", requireTypes},         {"", "--timeout", requireSeconds},
+    {"", "--interval", requireSeconds},   {"read", "--wait", requireAssignments},
+    {"status", "--wait", requireSeconds},
 };
 
 void readOptions(const CLI::App& command) {
     for (const Reading& reading : READINGS) {
         const CLI::Option* const option = command.get_option_no_throw(reading.option);
-        if (option == nullptr) {
+        const bool isMeant = reading.subcommand.empty() || reading.subcommand == command.get_name();
+        if (option == nullptr || !isMeant) {
             continue;
         }
         try {
