@@ -142,7 +142,8 @@ std::vector<std::string> typeNames() {
 
 std::chrono::duration<double> parseSeconds(const std::string& text) {
     double seconds = 0;
-    const char* const last = text.data() + text.size();
+    const bool hasUnit = !text.empty() && text.back() == 's';
+    const char* const last = text.data() + text.size() - (hasUnit ? 1 : 0);
     const auto [end, error] = std::from_chars(text.data(), last, seconds);
     // Written so that what is not a number is refused, too.
     if (error != std::errc() || end != last || !(seconds >= 0 && seconds <= SECONDS_LIMIT)) {

@@ -94,11 +94,12 @@ TEST_F(IomapNamesTest, TheTableHasNamesAndShownValues) {
 
 TEST_F(IomapNamesTest, InfoTellsWhatTheLabelSays) {
     EXPECT_EQ(iomapDone({"info", "door"}),
-              "register 1: type virtual, index 1, maximum 1, name door, states closed/open, group "
-              "entrance: Door opener\n");
+              "register 1: type virtual, index 1, maximum 1, name door, value closed (raw 0), "
+              "states closed/open, group entrance: Door opener\n");
     EXPECT_EQ(iomapJson({"info", "--json", "setpoint"}), json(R"([
-        {"address": 20, "type": "virtual", "index": 1, "maximum": 1023, "name": "setpoint",
-         "unit": "°C", "scale": 0.1, "offset": -40.0}])"));
+        {"address": 20, "type": "virtual", "index": 1, "maximum": 1023, "value": 0,
+         "name": "setpoint", "shown": "-40.0 °C", "scaled": -40.0, "unit": "°C", "scale": 0.1,
+         "offset": -40.0, "deadband": 0.0}])"));
 }
 
 TEST_F(IomapNamesTest, AWatchTellsNamesAndShownValues) {

@@ -8,6 +8,7 @@
 
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 
@@ -72,12 +73,14 @@ TEST_F(IomapTest, HelpNamesEverySubcommandAndOption) {
     }
 }
 
-TEST_F(IomapTest, EverySubcommandShowsAnExampleOfItself) {
+TEST_F(IomapTest, EverySubcommandShowsAnExampleOfItselfTheExitStatusesAndTheManual) {
     for (const char* subcommand :
          {"list", "read", "write", "toggle", "info", "watch", "top", "status", "help"}) {
         EXPECT_THAT(iomapDone({subcommand, "--help"}),
-                    testing::ContainsRegex("Examples?:\n  iomap " + std::string(subcommand)));
+                    AllOf(testing::ContainsRegex("Examples?:\n  iomap " + std::string(subcommand)),
+                          HasSubstr("\n  3  no service"), HasSubstr("\nManual: man iomap\n")));
     }
+    EXPECT_THAT(iomapDone({"--help"}), HasSubstr("Example:\n  iomap read "));
 }
 
 TEST_F(IomapTest, HelpIsAlsoASubcommandThatNeedsNoBus) {
@@ -132,7 +135,7 @@ TEST_F(IomapTest, WhatIsNotUnderstoodIsStatus2AndOneLineEvenWithoutABus) {
         {{"watch", "--timeout", "-1"}, "'-1' is not a number of seconds from 0 to 1000000000"},
         {{"watch", "--timeout", "nan"}, "'nan' is not a number of seconds from 0 to 1000000000"},
         {{"watch", "--interval", "0.01"}, "--interval is 0.1 seconds at least"},
-        {{"status", "--wait", "1s"}, "'1s' is not a number of seconds from 0 to 1000000000"},
+        {{"status", "--wait", "1m"}, "'1m' is not a number of seconds from 0 to 1000000000"},
         {{"status", "1"}, "The following argument was not expected: 1"},
     };
     for (const auto& [arguments, reason] : cases) {

@@ -184,11 +184,12 @@ TEST(ArgumentsTest, SecondsMayHaveAFraction) {
     EXPECT_EQ(parseSeconds("0").count(), 0);
     EXPECT_EQ(parseSeconds("2.5").count(), 2.5);
     EXPECT_EQ(parseSeconds("1e9").count(), 1e9);
+    EXPECT_EQ(parseSeconds("0.5s").count(), 0.5);
 }
 
 TEST(ArgumentsTest, WhatIsNoTimeIsRefusedWithItsText) {
-    for (const char* text :
-         {"", "x", "1s", " 1", "-1", "-0.1", "nan", "inf", "1000000001", "1e10", "1e999", "0x10"}) {
+    for (const char* text : {"", "x", "s", "1m", "1ss", "1 s", " 1", "-1", "-0.1", "nan", "inf",
+                             "1000000001", "1e10", "1e999", "0x10"}) {
         EXPECT_EQ(refusalOf([text] { parseSeconds(text); }),
                   "'" + std::string(text) + "' is not a number of seconds from 0 to 1000000000");
     }
