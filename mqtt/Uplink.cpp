@@ -347,11 +347,15 @@ bool Uplink::sendValue() {
     return value.has_value();
 }
 
+/// Whether the last batch of an earlier time is not acknowledged yet.
+bool Uplink::replayWaits() const {
+    return std::any_of(unacknowledged.begin(), unacknowledged.end(),
+                       [](const auto& sent) { return sent.second.replayed; });
+}
+
 /// One at a time, and slower than what is new.
 bool Uplink::sendReplay(Clock::time_point now) {
-    const bool waits = std::any_of(unacknowledged.begin(), unacknowledged.end(),
-                                   [](const auto& sent) { return sent.second.replayed; });
-    if (waits || !replays.allows(now)) {
+    if (replayWaits() || !replays.allows(now)) {
         return false;
     }
     std::optional<Batch> batch = store.oldest();
@@ -387,7 +391,7 @@ Uplink::Clock::duration Uplink::pauseAt(Clock::time_point now) const {
     if (isUp() && (mailbox.hasMessages() || infoDue || !forgotten.empty()) && mayWaitForAnswers()) {
         due = std::min(due, messages.nextTime());
     }
-    if (isUp() && !store.empty() && mayWaitForAnswers()) {
+    if (isUp() && !store.empty() && mayWaitForAnswers() && !replayWaits()) {
         due = std::min(due, std::max(messages.nextTime(), replays.nextTime()));
     }
     return std::max(due - now, Clock::duration::zero());

@@ -62,6 +62,7 @@ class Uplink : private tesk::ObjectBase, private LinkListener {
     void wait(Clock::time_point now);
     Clock::duration pauseAt(Clock::time_point now) const;
     bool mayWaitForAnswers() const { return unacknowledged.size() < MOST_UNACKNOWLEDGED; }
+    bool replayWaits() const;
     bool isUp() const { return link && link->isAccepted(); }
     Batch makeBatch();
     void sayGoodbye();

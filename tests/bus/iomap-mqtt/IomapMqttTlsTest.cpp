@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <poll.h>
 
-#include <chrono>
-#include <fstream>
+#include <array>
 
 #include "Build.h"
 #include "MqttTlsFixture.h"
@@ -38,24 +37,7 @@ class BareServer {
     FileDescriptor listener;
 };
 
-class IomapMqttTlsTest : public MqttTlsFixture {
- protected:
-    /// How much time of the processor a process has used, in seconds.
-    static double processorTime(pid_t pid) {
-        std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-        std::string text;
-        std::getline(file, text);
-        std::istringstream fields(text.substr(text.rfind(')') + 2));
-        std::string skipped;
-        for (int field = 0; field < 11; ++field) {
-            fields >> skipped;
-        }
-        double user = 0;
-        double system = 0;
-        fields >> user >> system;
-        return (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
-    }
-};
+class IomapMqttTlsTest : public MqttTlsFixture {};
 
 TEST_F(IomapMqttTlsTest, ABrokerWithTheRightCertificateIsTrusted) {
     makeCertificate("IP:127.0.0.1");

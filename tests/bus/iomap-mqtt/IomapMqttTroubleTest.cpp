@@ -129,6 +129,20 @@ TEST_F(IomapMqttTroubleTest, NoChangeOfAShortOutageIsLost) {
     EXPECT_EQ(droppedOf(next("info", "\"registers\":")), 0);
 }
 
+TEST_F(IomapMqttTroubleTest, ABrokerThatAcknowledgesNothingDoesNotUseUpTheProcessor) {
+    constexpr int WATCHED_SECONDS = 3;
+    directory.file("state/00000000000000000001.batches", "1 session boot 1 1 0 [[1,1,0]]\n");
+    Process silent({"python3", std::string(MQTT_PEERS) + "/silent.py", std::to_string(port),
+                    std::to_string(WATCHED_SECONDS)});
+    silent.waitForLine("listening");
+    gateway = launchGateway("", {{"STATE_DIRECTORY", directory.path() / "state"}});
+    silent.waitForLine("heard of an earlier time");
+    const double before = processorTime(gateway->pid());
+    silent.waitForLine("enough seen");
+    const double share = (processorTime(gateway->pid()) - before) / WATCHED_SECONDS;
+    EXPECT_LE(share, SANITIZED || EMULATED ? 0.3 : 0.05);
+}
+
 TEST_F(IomapMqttTroubleTest, TheMessagesOfALongOutageThatAreLostAreCounted) {
     startService(map);
     startBroker();
