@@ -171,7 +171,7 @@ void Gateway::tellValue(const CachedRegister& entry, bool always) {
     }
     const double value = label->scaled(entry.state.value);
     const auto before = shown.find(address);
-    const bool good = entry.state.quality == Quality::GOOD;
+    const bool good = faultOf(entry).empty();
     if (!always && good && before != shown.end() &&
         std::abs(value - before->second) <= label->deadband) {
         return;

@@ -80,6 +80,11 @@ bool isPlain(const Label& label) {
     return label.scale == 1 && label.offset == 0;
 }
 
+/// Whether a register measures something, though some of its values may have names.
+bool isNumeric(const Label& label) {
+    return label.states.empty() || !label.unit.empty() || !isPlain(label);
+}
+
 bool hasTwoStates(const Label& label) {
     return label.states.size() == 2 && label.states.count(0) == 1 && label.states.count(1) == 1;
 }
@@ -96,7 +101,14 @@ std::string platformOf(const CachedRegister& entry, const Label& label, bool wri
     if (!writable) {
         return "sensor";
     }
-    return label.states.empty() ? "number" : "select";
+    return isNumeric(label) ? "number" : "select";
+}
+
+/// What Home Assistant takes out of a message. A number that has a name is none to Home Assistant.
+std::string templateOf(const CachedRegister& entry, const Label& label) {
+    const bool mixed = !isOnOff(entry, label) && isNumeric(label) && !label.states.empty();
+    return mixed ? "{{ value_json.value if value_json.value is number else none }}"
+                 : "{{ value_json.value }}";
 }
 
 void addOnOff(ObjectText& object, const Label& label) {
@@ -155,7 +167,7 @@ std::string entityText(const CachedRegister& entry, const Label& label, const st
     object.addText("uniq_id", settings.device + "-" + label.name);
     object.addText("name", label.description.empty() ? label.name : label.description);
     object.addText("stat_t", topics.values + label.name);
-    object.addText("val_tpl", "{{ value_json.value }}");
+    object.addText("val_tpl", templateOf(entry, label));
     if (sensor) {
         object.add("exp_aft", std::to_string(settings.homeAssistant->expireAfter));
     } else {
@@ -163,7 +175,7 @@ std::string entityText(const CachedRegister& entry, const Label& label, const st
     }
     if (isOnOff(entry, label)) {
         addOnOff(object, label);
-    } else if (!label.states.empty()) {
+    } else if (!isNumeric(label)) {
         addStates(object, label);
         if (sensor) {
             object.addText("dev_cla", "enum");

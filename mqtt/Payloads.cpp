@@ -28,9 +28,13 @@ const char* textOf(Quality quality) {
     }
 }
 
+bool wasRead(const CachedValue& state) {
+    return state.readAt != CachedValue::Clock::time_point{};
+}
+
 /// How long ago a register was read, in milliseconds; null if never.
 std::string ageOf(const CachedValue& state) {
-    if (state.readAt == CachedValue::Clock::time_point{}) {
+    if (!wasRead(state)) {
         return "null";
     }
     const auto age = CachedValue::Clock::now() - state.readAt;
@@ -43,9 +47,8 @@ std::string rowOf(const CachedRegister& entry) {
     std::string row = "[" + std::to_string(entry.info.address) + ",\"" +
                       getTypeName(entry.info.type) + "\"," + std::to_string(entry.info.index) +
                       "," + std::to_string(entry.info.maximum) + ",";
-    row += state.quality == Quality::UNREADABLE || ageOf(state) == "null"
-               ? "null"
-               : std::to_string(state.value);
+    row += state.quality == Quality::UNREADABLE || !wasRead(state) ? "null"
+                                                                   : std::to_string(state.value);
     row += "," + ageOf(state) + ",\"" + textOf(state.quality) + "\"";
     return row + (state.reason.empty() ? "" : "," + quoted(state.reason)) + "]";
 }
@@ -84,12 +87,23 @@ std::string ackOf(const Request& request, const std::string& error) {
     return text + "}";
 }
 
+std::string faultOf(const CachedRegister& entry) {
+    const CachedValue& state = entry.state;
+    switch (state.quality) {
+        case Quality::GOOD:
+            return isMissing(entry.info.type, state.value) ? "the sensor is missing" : "";
+        case Quality::STALE:
+            return wasRead(state) ? "the service does not run" : "not read yet";
+        default:
+            return state.reason;
+    }
+}
+
 std::string valueOf(const CachedRegister& entry, const Label& label, const Moment& now) {
     const std::string time = ",\"time\":" + quoted(timeText(now.wall)) + "}";
-    if (entry.state.quality != Quality::GOOD) {
-        const std::string reason =
-            entry.state.reason.empty() ? "the service does not run" : entry.state.reason;
-        return R"({"value":null,"error":)" + quoted(reason) + time;
+    const std::string fault = faultOf(entry);
+    if (!fault.empty()) {
+        return R"({"value":null,"error":)" + quoted(fault) + time;
     }
     const int raw = entry.state.value;
     const auto state = label.states.find(raw);

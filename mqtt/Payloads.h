@@ -21,7 +21,11 @@ constexpr std::size_t LONGEST_MESSAGE = std::size_t{128} * 1024;
 /// @param error why the request was not carried out; empty if it was
 std::string ackOf(const Request& request, const std::string& error);
 
-/// The value of a labelled register, as its label shows it.
+/// Why the value of a register means nothing to people; empty if it means something. What the
+/// service reads of a temperature sensor that is not there is a number like any other.
+std::string faultOf(const CachedRegister& entry);
+
+/// The value of a labelled register, as its label shows it, or the reason why there is none.
 std::string valueOf(const CachedRegister& entry, const Label& label, const Moment& now);
 
 /// Answers to a request of values, as few as their length allows. Each has its number and how many

@@ -119,6 +119,19 @@ TEST_F(HomeAssistantTest, StatesAreOptions) {
                 HasSubstr(R"("cmd_t":"iomap/dev/set/mode","ops":["slow","fast"]})"));
 }
 
+TEST_F(HomeAssistantTest, ATemperatureOfWhichOneValueHasANameStaysANumber) {
+    const std::string label =
+        R"({"name": "t", "unit": "°C", "scale": 0.001, "states": {"4096": "missing"}})";
+    EXPECT_THAT(
+        entitiesWith(RegisterType::SENSOR_TEMP_VALUE, label).at("sensor-t").text,
+        AllOf(HasSubstr(R"("unit_of_meas":"°C","dev_cla":"temperature","stat_cla":"measurement")"),
+              HasSubstr("value_json.value if value_json.value is number else none"),
+              Not(HasSubstr("ops"))));
+    settings.writable.add({7, 7});
+    EXPECT_THAT(entitiesWith(RegisterType::VIRTUAL, label).at("number-t").text,
+                AllOf(HasSubstr(R"("unit_of_meas":"°C")"), HasSubstr(R"("step":0.001)")));
+}
+
 TEST_F(HomeAssistantTest, OneMessageTellsOfTheDevice) {
     settings.homeAssistant->name = "Pump house";
     const std::string message =

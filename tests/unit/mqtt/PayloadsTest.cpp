@@ -48,6 +48,26 @@ TEST(PayloadsTest, WhatIsNotGoodHasNoValueButAReason) {
     EXPECT_THAT(snapshotOf("", {&entry}, NOW).front(), EndsWith(R"(,"unreadable","no sensor"]]})"));
 }
 
+TEST(PayloadsTest, AMissingSensorHasNoTemperature) {
+    CachedRegister entry = good(1, 4096);
+    entry.info.type = RegisterType::SENSOR_TEMP_VALUE;
+    Label label;
+    label.states[4096] = "missing";
+    EXPECT_THAT(valueOf(entry, label, NOW),
+                HasSubstr(R"({"value":null,"error":"the sensor is missing",)"));
+    EXPECT_THAT(snapshotOf("", {&entry}, NOW).front(), HasSubstr(",4096,")) << "raw stays raw";
+    EXPECT_THAT(valueOf(good(1, 4096), Label(), NOW), HasSubstr(R"("value":4096,)"))
+        << "it is a number like any other for all other types";
+}
+
+TEST(PayloadsTest, WhatWasNeverReadDoesNotBlameTheService) {
+    CachedRegister entry = good(1, 5);
+    entry.state.quality = CachedValue::Quality::STALE;
+    EXPECT_THAT(valueOf(entry, Label(), NOW), HasSubstr(R"("error":"the service does not run")"));
+    entry.state.readAt = {};
+    EXPECT_THAT(valueOf(entry, Label(), NOW), HasSubstr(R"("error":"not read yet")"));
+}
+
 TEST(PayloadsTest, ASnapshotHasOneRowPerRegister) {
     const CachedRegister entry = good(7, 1);
     const auto messages = snapshotOf("t", {&entry}, NOW);
