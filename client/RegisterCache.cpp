@@ -104,9 +104,8 @@ void RegisterCache::poll(Clock::time_point now) {
 void RegisterCache::readSlow(Group& group, Clock::time_point now) {
     read({group.addresses[group.next]});
     group.next = (group.next + 1) % group.addresses.size();
-    if (group.next == 0) {
-        group.due = now + group.interval;
-    }
+    // The next one waits until the other groups that are due have had their turn.
+    group.due = group.next == 0 ? now + group.interval : now;
 }
 
 void RegisterCache::readGroup(Group& group, Clock::time_point now) {
@@ -134,10 +133,12 @@ void RegisterCache::read(const std::vector<int>& addresses) {
     for (auto first = addresses.begin(); first != addresses.end();) {
         const auto left = static_cast<std::size_t>(addresses.end() - first);
         const auto last = first + static_cast<std::ptrdiff_t>(std::min(left, MOST_AT_ONCE));
-        const std::vector<int> part(first, last);
-        const std::vector<Reading> readings = readEach(io, part);
+        std::vector<RegisterInfo> part;
+        std::transform(first, last, std::back_inserter(part),
+                       [this](int address) { return entries.at(address).info; });
+        const std::vector<Reading> readings = readKnown(io, part);
         for (std::size_t i = 0; i < part.size(); ++i) {
-            take(part[i], readings[i]);
+            take(part[i].address, readings[i]);
         }
         first = last;
     }

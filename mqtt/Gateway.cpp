@@ -92,7 +92,8 @@ void Gateway::serveBus() {
     loaded = false;
     for (;;) {
         ++beats;
-        io.run(true);
+        // What is due does not wait for the next tick.
+        io.run(!(loaded && cache.nextPoll() <= Clock::now()));
         for (const ServiceWatch::Event event : service.takeEvents()) {
             heed(event, cache);
         }

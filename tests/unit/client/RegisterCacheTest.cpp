@@ -82,7 +82,17 @@ TEST_F(RegisterCacheTest, SlowRegistersAreReadOneByOne) {
     EXPECT_THAT(takeNews(), ElementsAre("20 21500"));
     cache.poll(RegisterCache::Clock::now());
     EXPECT_THAT(takeNews(), ElementsAre("21 22500"));
-    EXPECT_THAT(service.calls(), ElementsAre("ReadList (<[20]>,)", "ReadList (<[21]>,)"));
+    EXPECT_THAT(service.calls(), ElementsAre("Read (20,)", "Read (21,)"));
+}
+
+TEST_F(RegisterCacheTest, SlowRegistersLetTheOthersPass) {
+    load();
+    const auto late = RegisterCache::Clock::now() + seconds(2);
+    cache.poll(late);
+    cache.poll(late);
+    EXPECT_THAT(service.calls(), ElementsAre("Read (20,)", "ReadList (<[10, 11]>,)"));
+    pollAll(late);
+    EXPECT_THAT(service.calls(), Contains("Read (21,)"));
 }
 
 TEST_F(RegisterCacheTest, PropertiesAreAskedForOnlyWhenLoading) {
