@@ -30,6 +30,11 @@ RegisterCache::~RegisterCache() {
 }
 
 void RegisterCache::load() {
+    enumerate();
+    readAll();
+}
+
+void RegisterCache::enumerate() {
     io.disableNotificationsRange(keysOf(entries));
     entries.clear();
     groups.clear();
@@ -37,13 +42,6 @@ void RegisterCache::load() {
         entries[info.address] = {info, {}};
     }
     subscribe();
-    try {
-        readAll();
-    } catch (...) {
-        invalidate();
-        throw;
-    }
-    makeGroups(Clock::now());
 }
 
 void RegisterCache::subscribe() {
@@ -60,7 +58,14 @@ void RegisterCache::readAll() {
             quick.push_back(address);
         }
     }
-    read(quick);
+    groups.clear();
+    try {
+        read(quick);
+    } catch (...) {
+        invalidate();
+        throw;
+    }
+    makeGroups(Clock::now());
 }
 
 void RegisterCache::makeGroups(Clock::time_point now) {

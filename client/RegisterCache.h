@@ -51,14 +51,26 @@ class RegisterCache {
     RegisterCache(const RegisterCache&) = delete;
     RegisterCache& operator=(const RegisterCache&) = delete;
 
-    /// Enumerates the registers and reads them, except the slow ones: poll() reads these. To be
-    /// called when the service has come to the bus.
+    /// Enumerates the registers and reads them, as enumerate() and readAll() do.
     ///
     /// @throws Failure, tesk::InputOutputException the service does not answer; nothing is good
     /// then
     void load();
 
-    /// From now on all values are stale: the service has gone. The listener hears of each.
+    /// Asks the service which registers there are. Nothing is known of their values then. To be
+    /// called when the service has come to the bus: the registers stay the same until it goes.
+    ///
+    /// @throws Failure, tesk::InputOutputException the service does not answer
+    void enumerate();
+
+    /// Reads all registers but the slow ones: poll() reads these. To be called after enumerate(),
+    /// and again when the service answers after it did not.
+    ///
+    /// @throws tesk::InputOutputException the service does not answer; nothing is good then
+    void readAll();
+
+    /// From now on all values are stale, and none is polled: the service has gone or does not
+    /// answer. The listener hears of each.
     void invalidate();
 
     /// Reads what is due: at most one group, or one slow register, so that announced changes need
@@ -91,7 +103,6 @@ class RegisterCache {
     };
 
     void subscribe();
-    void readAll();
     void makeGroups(Clock::time_point now);
     void readGroup(Group& group, Clock::time_point now);
     void readSlow(Group& group, Clock::time_point now);

@@ -24,6 +24,7 @@ using Quality = CachedValue::Quality;
 constexpr Pattern<std::string> TRYING_AGAIN("%s; trying again");
 constexpr Pattern<std::string> SERVICE_LOST("%s");
 constexpr Pattern<std::size_t> SERVICE_FOUND("the service has %z registers");
+constexpr Pattern<> SERVICE_ANSWERS("the service answers");
 constexpr Pattern<std::string, std::string, std::string> SET_REFUSED(
     "set '%s' to '%s' refused: %s");
 constexpr Pattern<std::string, int, std::string, std::string> WRITTEN("write %s = %d%s%s");
@@ -89,6 +90,7 @@ void Gateway::serveBus() {
     ServiceWatch service;
     RegisterCache cache(io, settings.plan, [this](const CachedRegister& entry) { tell(entry); });
     serviceThere = false;
+    enumerated = false;
     loaded = false;
     for (;;) {
         ++beats;
@@ -116,6 +118,7 @@ void Gateway::heed(ServiceWatch::Event event, RegisterCache& cache) {
     switch (event) {
         case ServiceWatch::Event::CAME:
             serviceThere = true;
+            enumerated = false;
             loadAt = Clock::now();
             break;
         case ServiceWatch::Event::WENT:
@@ -141,9 +144,14 @@ void Gateway::tryToLoad(RegisterCache& cache) {
         return;
     }
     try {
-        cache.load();
+        if (!enumerated) {
+            cache.enumerate();
+            enumerated = true;
+            log(logger, Poco::Message::PRIO_NOTICE, SERVICE_FOUND, cache.registers().size());
+        }
+        cache.readAll();
         loaded = true;
-        log(logger, Poco::Message::PRIO_NOTICE, SERVICE_FOUND, cache.registers().size());
+        log(logger, Poco::Message::PRIO_NOTICE, SERVICE_ANSWERS);
         tellInfo(cache);
         giveBackMemory();
     } catch (const std::exception& e) {

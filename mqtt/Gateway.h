@@ -56,7 +56,8 @@ class Gateway : private tesk::ObjectBase {
     std::string session;
     std::string boot;
     bool serviceThere{false};
-    bool loaded{false};
+    bool enumerated{false};  ///< Whether the registers are those of the service as it runs.
+    bool loaded{false};      ///< Whether their values are those of the service as it runs.
     Clock::time_point loadAt{};
     Clock::time_point tellAllAt{Clock::time_point::max()};
     std::map<int, double>

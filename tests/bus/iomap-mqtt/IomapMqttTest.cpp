@@ -121,6 +121,25 @@ TEST_F(IomapMqttTest, WithoutTheServiceNoValueIsShown) {
     next("data", "[1,0,");
 }
 
+TEST_F(IomapMqttTest, AServiceThatPausesIsReadAnewAndNotTakenForAnotherOne) {
+    Process& service = startService(map);
+    startBroker();
+    subscriber = subscribe();
+    gateway = launchGateway(R"("poll": {"virtual": 0.1})");
+    next("data", "[20,0,");
+    service.signal(SIGSTOP);
+    next("info", R"("service":false)");
+    service.signal(SIGCONT);
+    next("info", R"("service":true)");
+    next("data", "[20,0,");
+    gateway->signal(SIGTERM);
+    EXPECT_EQ(gateway->waitForExit(), 0);
+    const std::string journal = gateway->standardError();
+    const std::string found = "the service has 5 registers";
+    EXPECT_EQ(journal.find(found), journal.rfind(found)) << journal;
+    EXPECT_THAT(journal, HasSubstr(found));
+}
+
 TEST_F(IomapMqttTest, AnotherProtocolVersionDoesTheSame) {
     startService(map);
     startBroker();

@@ -158,6 +158,17 @@ TEST_F(RegisterCacheTest, WithoutTheServiceEachValueIsStaleAndNothingIsRead) {
         << "what has not changed is news, too";
 }
 
+TEST_F(RegisterCacheTest, AServiceThatAnswersAgainIsReadAnewButNotEnumerated) {
+    load();
+    cache.invalidate();
+    takeNews();
+    cache.readAll();
+    EXPECT_THAT(takeNews(), ElementsAre("1 0", "2 1", "10 100", "11 200", "30 7"));
+    EXPECT_THAT(service.calls(), ElementsAre("ReadList (<[1, 2, 10, 11, 30]>,)"));
+    cache.poll(RegisterCache::Clock::now());
+    EXPECT_THAT(takeNews(), ElementsAre("20 21500")) << "what is due is polled again";
+}
+
 TEST_F(RegisterCacheTest, ALoadThatFailsLeavesNothingGood) {
     load();
     bus.kill();
