@@ -37,7 +37,9 @@ std::optional<Batch> Batch::fromLine(const std::string& line) {
 }
 
 void Batch::correct(const Moment& now, const std::string& currentBoot) {
-    if (!moment.synchronised && now.synchronised && boot == currentBoot) {
+    // Two starts that are not known need not be the same one.
+    const bool sameBoot = boot == currentBoot && boot != UNKNOWN_BOOT;
+    if (!moment.synchronised && now.synchronised && sameBoot) {
         moment.wall = now.wall - (now.sinceBoot - moment.sinceBoot);
         moment.synchronised = true;
         corrected = true;

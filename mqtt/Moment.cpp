@@ -32,7 +32,7 @@ std::string bootId() {
     std::ifstream file("/proc/sys/kernel/random/boot_id");
     std::string id;
     std::getline(file, id);
-    return id.empty() ? "unknown" : id;
+    return id.empty() ? UNKNOWN_BOOT : id;
 }
 
 std::string timeText(std::int64_t wall) {

@@ -15,7 +15,10 @@ struct Moment {
     static Moment now();
 };
 
-/// The id of this start of the device, as the kernel gives it.
+/// What bootId() gives when the kernel does not tell.
+constexpr const char* UNKNOWN_BOOT = "unknown";
+
+/// The id of this start of the device, as the kernel gives it, or UNKNOWN_BOOT.
 std::string bootId();
 
 /// A time in the form of RFC 3339, UTC, with milliseconds: "2026-01-02T03:04:05.678Z".

@@ -54,6 +54,10 @@ TEST(BatchTest, TheTimeIsLeftAloneWhenNothingBetterIsKnown) {
     EXPECT_EQ(unsure.payload(), batch().payload()) << "the clock is still wrong";
     unsure.correct({1'767'400'000'000, 65'000, true}, "boot-2");
     EXPECT_EQ(unsure.payload(), batch().payload()) << "nobody knows the time between two starts";
+    Batch unknown = batch();
+    unknown.boot = UNKNOWN_BOOT;
+    unknown.correct({1'767'400'000'000, 65'000, true}, UNKNOWN_BOOT);
+    EXPECT_EQ(unknown.moment.wall, batch().moment.wall) << "the device may have started anew";
     Batch right = batch();
     right.moment.synchronised = true;
     right.correct({1, 65'000, true}, "boot-1");
