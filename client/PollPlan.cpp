@@ -4,7 +4,11 @@
 using std::chrono::seconds;
 
 PollPlan::PollPlan()
-    : intervals{{RegisterType::INPUT_COUNTER, seconds(1)},
+    : intervals{{RegisterType::RELAY, seconds(60)},
+                {RegisterType::INPUT_DIGITAL, seconds(60)},
+                {RegisterType::PULLUP, seconds(60)},
+                {RegisterType::CTS, seconds(60)},
+                {RegisterType::INPUT_COUNTER, seconds(1)},
                 {RegisterType::INPUT_ANALOG, seconds(1)},
                 {RegisterType::RTS, seconds(1)},
                 {RegisterType::SENSOR_TEMP_VALUE, seconds(10)},

@@ -6,8 +6,9 @@
 
 #include "RegisterType.h"
 
-/// How often the registers of each type are read. What the service announces, and what never
-/// changes while the service runs, is read only once.
+/// How often the registers of each type are read. What never changes while the service runs is read
+/// only once. What the service announces is read now and then: a board that is gone announces
+/// nothing.
 class PollPlan {
  public:
     using Interval = std::chrono::milliseconds;

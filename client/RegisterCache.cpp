@@ -10,7 +10,8 @@ namespace {
 /// One call reads at most this many registers, so that it ends well within its 5 seconds.
 constexpr std::size_t MOST_AT_ONCE = 512;
 
-/// Each register that fails costs several calls, so it is not tried at every interval.
+/// Each register that fails costs several calls, so it is not tried at every interval. A register
+/// that is never polled is tried again, too.
 constexpr std::chrono::seconds RETRY_INTERVAL(10);
 
 std::vector<int> keysOf(const std::map<int, CachedRegister>& entries) {
@@ -18,6 +19,12 @@ std::vector<int> keysOf(const std::map<int, CachedRegister>& entries) {
     std::transform(entries.begin(), entries.end(), std::back_inserter(addresses),
                    [](const auto& entry) { return entry.first; });
     return addresses;
+}
+
+/// What is to be tried again first.
+auto earliestOf(const std::map<int, CachedValue::Clock::time_point>& retries) {
+    return std::min_element(retries.begin(), retries.end(),
+                            [](const auto& a, const auto& b) { return a.second < b.second; });
 }
 
 }  // namespace
@@ -38,6 +45,7 @@ void RegisterCache::enumerate() {
     io.disableNotificationsRange(keysOf(entries));
     entries.clear();
     groups.clear();
+    retries.clear();
     for (const RegisterInfo& info : infosOf(io, addressesOf(io, {}))) {
         entries[info.address] = {info, {}};
     }
@@ -54,13 +62,14 @@ void RegisterCache::subscribe() {
 void RegisterCache::readAll() {
     std::vector<int> quick;
     for (const auto& [address, entry] : entries) {
-        if (!PollPlan::isSlow(entry.info.type)) {
+        if (!isSlow(address)) {
             quick.push_back(address);
         }
     }
     groups.clear();
+    retries.clear();
     try {
-        read(quick);
+        read(quick, Clock::now());
     } catch (...) {
         invalidate();
         throw;
@@ -77,14 +86,14 @@ void RegisterCache::makeGroups(Clock::time_point now) {
         const PollPlan::Interval interval = intervals.intervalOf(type);
         const bool slow = PollPlan::isSlow(type);
         if (interval > PollPlan::Interval::zero()) {
-            groups.push_back(
-                {std::move(addresses), interval, slow, slow ? now : now + interval, 0, {}, {}});
+            groups.push_back({std::move(addresses), interval, slow, slow ? now : now + interval});
         }
     }
 }
 
 void RegisterCache::invalidate() {
     groups.clear();
+    retries.clear();
     for (auto& [address, entry] : entries) {
         CachedValue state = entry.state;
         state.quality = CachedValue::Quality::STALE;
@@ -96,10 +105,15 @@ void RegisterCache::invalidate() {
 void RegisterCache::poll(Clock::time_point now) {
     const auto group = std::min_element(
         groups.begin(), groups.end(), [](const Group& a, const Group& b) { return a.due < b.due; });
-    if (group == groups.end() || group->due > now) {
+    const auto failed = earliestOf(retries);
+    const auto groupDue = group == groups.end() ? Clock::time_point::max() : group->due;
+    const auto retryDue = failed == retries.end() ? Clock::time_point::max() : failed->second;
+    if (std::min(groupDue, retryDue) > now) {
         return;
     }
-    if (group->slow) {
+    if (retryDue < groupDue) {
+        retry(failed->first, now);
+    } else if (group->slow) {
         readSlow(*group, now);
     } else {
         readGroup(*group, now);
@@ -107,34 +121,36 @@ void RegisterCache::poll(Clock::time_point now) {
 }
 
 void RegisterCache::readSlow(Group& group, Clock::time_point now) {
-    read({group.addresses[group.next]});
+    const int address = group.addresses[group.next];
     group.next = (group.next + 1) % group.addresses.size();
     // The next one waits until the other groups that are due have had their turn.
     group.due = group.next == 0 ? now + group.interval : now;
+    if (retries.count(address) == 0) {
+        read({address}, now);
+    }
 }
 
 void RegisterCache::readGroup(Group& group, Clock::time_point now) {
     // From now on and not from when it was due: a device that cannot keep up must not try to.
     group.due = now + group.interval;
-    std::vector<int> addresses = group.addresses;
-    if (now >= group.retryDue) {
-        group.retryDue = now + RETRY_INTERVAL;
-    } else {
-        addresses.erase(
-            std::remove_if(addresses.begin(), addresses.end(),
-                           [&group](int address) { return group.failing.count(address) > 0; }),
-            addresses.end());
-    }
-    read(addresses);
-    group.failing.clear();
-    for (const int address : group.addresses) {
-        if (entries.at(address).state.quality == CachedValue::Quality::UNREADABLE) {
-            group.failing.insert(address);
-        }
-    }
+    std::vector<int> addresses;
+    std::copy_if(group.addresses.begin(), group.addresses.end(), std::back_inserter(addresses),
+                 [this](int address) { return retries.count(address) == 0; });
+    read(addresses, now);
 }
 
-void RegisterCache::read(const std::vector<int>& addresses) {
+/// Tries what could not be read: one slow register, or all others that are due.
+void RegisterCache::retry(int first, Clock::time_point now) {
+    std::vector<int> addresses{first};
+    for (const auto& [address, due] : retries) {
+        if (address != first && due <= now && !isSlow(first) && !isSlow(address)) {
+            addresses.push_back(address);
+        }
+    }
+    read(addresses, now);
+}
+
+void RegisterCache::read(const std::vector<int>& addresses, Clock::time_point now) {
     for (auto first = addresses.begin(); first != addresses.end();) {
         const auto left = static_cast<std::size_t>(addresses.end() - first);
         const auto last = first + static_cast<std::ptrdiff_t>(std::min(left, MOST_AT_ONCE));
@@ -144,14 +160,21 @@ void RegisterCache::read(const std::vector<int>& addresses) {
         const std::vector<Reading> readings = readKnown(io, part);
         for (std::size_t i = 0; i < part.size(); ++i) {
             take(part[i].address, readings[i]);
+            if (!readings[i].error.empty()) {
+                retries[part[i].address] = now + RETRY_INTERVAL;
+            }
         }
         first = last;
     }
 }
 
+bool RegisterCache::isSlow(int address) const {
+    return PollPlan::isSlow(entries.at(address).info.type);
+}
+
 void RegisterCache::refresh(int address) {
     if (entries.count(address) > 0) {
-        read({address});
+        read({address}, Clock::now());
     }
 }
 
@@ -160,12 +183,17 @@ RegisterCache::Clock::time_point RegisterCache::nextPoll() const {
     for (const Group& group : groups) {
         due = std::min(due, group.due);
     }
+    const auto failed = earliestOf(retries);
+    if (failed != retries.end()) {
+        due = std::min(due, failed->second);
+    }
     return due;
 }
 
 void RegisterCache::take(int address, const Reading& reading) {
     CachedRegister& entry = entries.at(address);
     CachedValue state{reading.value, CachedValue::Quality::GOOD, reading.error, Clock::now()};
+    retries.erase(address);
     if (!reading.error.empty()) {
         state.value = entry.state.value;
         state.quality = CachedValue::Quality::UNREADABLE;

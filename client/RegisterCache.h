@@ -4,7 +4,6 @@
 #include <chrono>
 #include <functional>
 #include <map>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -35,7 +34,8 @@ struct CachedRegister {
 /// All registers of the device, with their last values, for a program that tells others of them.
 ///
 /// The registers are enumerated once for each start of the service. Announced changes arrive while
-/// IoMapping::run() runs. All other registers are read in groups by type, each at its interval.
+/// IoMapping::run() runs. Registers are read in groups by type, each at its interval. A register of
+/// any type that could not be read is tried again every 10 seconds.
 /// For the thread that runs IoMapping::run().
 class RegisterCache {
  public:
@@ -97,16 +97,16 @@ class RegisterCache {
         PollPlan::Interval interval;
         bool slow;
         Clock::time_point due;
-        std::size_t next{0};           ///< Of a slow group: which register is read next.
-        std::set<int> failing;         ///< What could not be read the last time.
-        Clock::time_point retryDue{};  ///< When the failing ones are tried again.
+        std::size_t next{0};  ///< Of a slow group: which register is read next.
     };
 
     void subscribe();
     void makeGroups(Clock::time_point now);
     void readGroup(Group& group, Clock::time_point now);
     void readSlow(Group& group, Clock::time_point now);
-    void read(const std::vector<int>& addresses);
+    void retry(int first, Clock::time_point now);
+    void read(const std::vector<int>& addresses, Clock::time_point now);
+    bool isSlow(int address) const;
     void take(int address, const Reading& reading);
     void change(CachedRegister& entry, const CachedValue& state);
 
@@ -115,4 +115,5 @@ class RegisterCache {
     Listener onChange;
     std::map<int, CachedRegister> entries;
     std::vector<Group> groups;
+    std::map<int, Clock::time_point> retries;  ///< What could not be read, and when to try again.
 };

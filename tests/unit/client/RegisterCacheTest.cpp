@@ -131,6 +131,41 @@ TEST_F(RegisterCacheTest, ARegisterThatCannotBeReadTakesNoOtherWithIt) {
     EXPECT_THAT(takeNews(), Contains("10 101")) << "but not for ever";
 }
 
+TEST_F(RegisterCacheTest, ABoardThatGoesIsNoticedThoughItsRegistersAreAnnounced) {
+    load();
+    service.set(1, {});
+    pollAll(start + seconds(61));
+    EXPECT_THAT(takeNews(), Contains("1 cannot read 1"));
+    service.set(1, 1);
+    pollAll(start + seconds(75));
+    EXPECT_THAT(takeNews(), Contains("1 1")) << "it need not wait for a minute";
+}
+
+TEST_F(RegisterCacheTest, AConstantThatCouldNotBeReadIsTriedAgainUntilItCan) {
+    service.set(30, {});
+    load();
+    pollAll(start + seconds(30));
+    EXPECT_THAT(service.calls(), Contains("ReadList (<[30]>,)"));
+    service.set(30, 7);
+    pollAll(start + seconds(60));
+    EXPECT_THAT(takeNews(), Contains("30 7"));
+    service.forgetCalls();
+    pollAll(start + seconds(90));
+    EXPECT_THAT(service.calls(), Not(Contains("ReadList (<[30]>,)")));
+}
+
+TEST_F(RegisterCacheTest, ASlowRegisterThatFailsIsTriedAgainByItself) {
+    load();
+    service.set(20, {});
+    pollAll(start + seconds(5));
+    EXPECT_THAT(takeNews(), Contains("20 cannot read 20"));
+    service.forgetCalls();
+    service.set(20, 21000);
+    pollAll(start + seconds(20));
+    EXPECT_THAT(takeNews(), Contains("20 21000"));
+    EXPECT_THAT(service.calls(), Contains("Read (20,)"));
+}
+
 TEST_F(RegisterCacheTest, AnAnnouncedChangeIsHeardOfWithoutACall) {
     load();
     service.announce(1, 1);
