@@ -146,7 +146,7 @@ void Uplink::welcome(Clock::time_point now) {
     }
     helloId = link->publish(topics.status, "online", true, true);
     unacknowledged[helloId] = {};
-    infoDue = info.registers > 0;
+    infoDue = infoKnown;
     mailbox.askForValues();
     giveBackMemory();
 }
@@ -231,6 +231,7 @@ void Uplink::takeRequest(Request request) {
 void Uplink::collect(Clock::time_point now) {
     if (auto newest = mailbox.takeInfo()) {
         info = std::move(*newest);
+        infoKnown = true;
         infoDue = true;
         if (discovery && info.serviceRuns) {
             discovery->setEntities(std::move(info.entities));
@@ -248,7 +249,7 @@ void Uplink::collect(Clock::time_point now) {
     if (store.dropped() != toldDropped && complaints.allows(now)) {
         complaints.note(now);
         toldDropped = store.dropped();
-        infoDue = info.registers > 0;
+        infoDue = infoKnown;
         log(logger, Poco::Message::PRIO_WARNING, OUTAGE_TOO_LONG, std::to_string(toldDropped));
     }
 }

@@ -86,6 +86,7 @@ class Uplink : private tesk::ObjectBase, private LinkListener {
     std::unique_ptr<BrokerLink> link;
     std::map<int, Sent> unacknowledged;
     DeviceInfo info;
+    bool infoKnown{false};  ///< Whether the thread of the bus has told anything yet.
     bool infoDue{false};
     std::optional<Discovery> discovery;  ///< If Home Assistant is configured.
     std::vector<std::string> forgotten;  ///< Registers whose values the broker is to forget.

@@ -121,6 +121,16 @@ TEST_F(IomapMqttTest, WithoutTheServiceNoValueIsShown) {
     next("data", "[1,0,");
 }
 
+TEST_F(IomapMqttTest, TellsThatThereIsNoServiceEvenIfThereNeverWasOne) {
+    gateway = launchGateway();
+    gateway->waitForLine("the service has gone");
+    gateway->waitForLine("cannot connect to the broker");
+    startBroker();
+    subscriber = subscribe();
+    EXPECT_THAT(next("info"),
+                AllOf(HasSubstr(R"("registers":0,)"), HasSubstr(R"("service":false)")));
+}
+
 TEST_F(IomapMqttTest, AServiceThatPausesIsReadAnewAndNotTakenForAnotherOne) {
     Process& service = startService(map);
     startBroker();
