@@ -84,6 +84,14 @@ std::string randomWord() {
     return text.data();
 }
 
+/// The same id for each start, and another one for each prefix and device: a broker lets only one
+/// of two clients with the same id in.
+std::string clientIdOf(const Settings& settings) {
+    std::string id = settings.prefix + "-" + settings.device;
+    std::replace(id.begin(), id.end(), '/', '-');
+    return id;
+}
+
 /// The threads' heartbeats, looked at every now and then.
 class Pulse {
  public:
@@ -173,8 +181,7 @@ void work(const Options& options) {
         settings.device = deviceIdOf();
     }
     if (settings.broker.clientId.empty()) {
-        settings.broker.clientId =
-            settings.prefix.substr(0, settings.prefix.find('/')) + "-" + settings.device;
+        settings.broker.clientId = clientIdOf(settings);
     }
     serve(settings);
 }

@@ -201,6 +201,14 @@ TEST_F(IomapMqttTest, AnOutageMayOutlastTheProgram) {
     next("replay", "[1,11,");
 }
 
+TEST_F(IomapMqttTest, TheIdOfTheClientIsMadeOfTheWholePrefixAndTheDevice) {
+    startBroker();
+    gateway = launchGateway();
+    broker->waitForLine(" as iomap-device ");
+    const auto other = launchGateway(R"("prefix": "plant/hall1")");
+    broker->waitForLine(" as plant-hall1-device ");
+}
+
 TEST_F(IomapMqttTest, ARefusedLoginWaitsForAMinute) {
     startBroker("allow_anonymous false\n");
     gateway = launchGateway();
