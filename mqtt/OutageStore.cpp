@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
-#include <numeric>
 #include <utility>
 #include <vector>
 
@@ -16,6 +15,9 @@
 namespace fs = std::filesystem;
 
 namespace {
+
+/// Into how many files the bound is divided at least: the oldest one gives way as a whole.
+constexpr std::size_t LEAST_SEGMENTS = 4;
 
 constexpr const char* SUFFIX = ".batches";
 
@@ -64,7 +66,10 @@ bool append(const fs::path& path, std::size_t size, const std::string& text) {
 }  // namespace
 
 OutageStore::OutageStore(fs::path directory, std::size_t memory, std::size_t files)
-    : place(std::move(directory)), memoryLimit(memory), fileLimit(files) {
+    : place(std::move(directory)),
+      memoryLimit(memory),
+      fileLimit(files),
+      segmentLimit(std::min(memory, files / LEAST_SEGMENTS)) {
     if (!place.empty()) {
         findSegments();
     }
@@ -86,9 +91,7 @@ void OutageStore::findSegments() {
         nextNumber = std::max<std::uint64_t>(nextNumber,
                                              std::strtoull(path.stem().c_str(), nullptr, 10) + 1);
     }
-    while (segmentBytes > fileLimit) {
-        dropOldestSegment();
-    }
+    dropOldSegments();
 }
 
 void OutageStore::push(const Batch& batch) {
@@ -110,31 +113,50 @@ void OutageStore::spill() {
 }
 
 void OutageStore::flush() {
-    if (place.empty() || tail.empty()) {
-        return;
+    while (!place.empty() && !tail.empty() && writePart()) {
     }
-    Segment& segment = segmentFor(tailBytes);
-    if (!append(segment.path, segment.bytes,
-                std::accumulate(tail.begin(), tail.end(), std::string()))) {
-        return;
+}
+
+/// Moves what is oldest in memory to a file, as much as one file takes.
+///
+/// @return false if nothing can be written
+bool OutageStore::writePart() {
+    Segment& segment = segmentFor(tail.front().size());
+    std::string text;
+    std::size_t lines = 0;
+    for (const std::string& line : tail) {
+        if (lines > 0 && segment.bytes + text.size() + line.size() > segmentLimit) {
+            break;
+        }
+        text += line;
+        ++lines;
     }
-    segment.bytes += tailBytes;
-    segment.lines += tail.size();
-    segmentBytes += tailBytes;
-    tail.clear();
-    tailBytes = 0;
-    while (segmentBytes > fileLimit) {
-        dropOldestSegment();
+    if (!append(segment.path, segment.bytes, text)) {
+        return false;
     }
+    segment.bytes += text.size();
+    segment.lines += lines;
+    segmentBytes += text.size();
+    tail.erase(tail.begin(), tail.begin() + static_cast<std::ptrdiff_t>(lines));
+    tailBytes -= text.size();
+    dropOldSegments();
+    return true;
 }
 
 /// The file that takes this many bytes more.
 OutageStore::Segment& OutageStore::segmentFor(std::size_t bytes) {
     if (segments.empty() || !segments.back().growing ||
-        segments.back().bytes + bytes > memoryLimit) {
+        segments.back().bytes + bytes > segmentLimit) {
         segments.push_back({place / nameOf(nextNumber++), 0, 0, true});
     }
     return segments.back();
+}
+
+/// The newest file stays, however small the bound is: it has the newest batches.
+void OutageStore::dropOldSegments() {
+    while (segmentBytes > fileLimit && segments.size() > 1) {
+        dropOldestSegment();
+    }
 }
 
 void OutageStore::dropOldestSegment() {

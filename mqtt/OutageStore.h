@@ -14,8 +14,9 @@
 /// newest in memory, older ones in files of a directory. Both are bounded: the oldest batches give
 /// way, and are counted.
 ///
-/// A file holds about as much as the memory does. A file goes when all its batches are
-/// acknowledged, so after a crash some batches are sent twice, and none is lost that was flushed.
+/// A file holds as much as the memory does, or a quarter of what may be in files if that is less,
+/// but one batch at least. A file goes when all its batches are acknowledged, so after a crash some
+/// batches are sent twice, and none is lost that was flushed.
 class OutageStore {
  public:
     /// Finds what an earlier start has left.
@@ -33,7 +34,7 @@ class OutageStore {
     /// Removes a batch that oldest() gave. If it has given way meanwhile, nothing happens.
     void remove(const Batch& batch);
 
-    /// Writes what is in memory to a file.
+    /// Writes what is in memory to files. Costs nothing if there is nothing in memory.
     void flush();
 
     /// Whether there is nothing left.
@@ -53,12 +54,15 @@ class OutageStore {
     void findSegments();
     void loadOldest();
     void dropOldestSegment();
+    void dropOldSegments();
     void spill();
+    bool writePart();
     Segment& segmentFor(std::size_t bytes);
 
     std::filesystem::path place;
     std::size_t memoryLimit;
     std::size_t fileLimit;
+    std::size_t segmentLimit;
     std::deque<Segment> segments;  ///< Of files not loaded; the oldest first.
     std::size_t segmentBytes{0};
     std::uint64_t nextNumber{1};

@@ -104,6 +104,29 @@ TEST_F(OutageStoreTest, FilesAreBoundedToo) {
     EXPECT_EQ(store.dropped() + left.size(), 1000U) << "the count is exact";
 }
 
+TEST_F(OutageStoreTest, TheNewestStayEvenIfFilesMayHoldNoMoreThanTheMemory) {
+    for (const std::size_t limit : {5000U, 1100U}) {
+        const TemporaryDirectory place;
+        OutageStore store(place.path(), 5000, limit);
+        push(store, 1, 200);
+        store.flush();
+        const auto left = drain(store);
+        ASSERT_FALSE(left.empty()) << limit;
+        EXPECT_EQ(left.back(), 200U) << limit;
+        EXPECT_TRUE(isWhole(left)) << limit;
+        EXPECT_EQ(store.dropped() + left.size(), 200U) << limit;
+        EXPECT_GT(left.size() * 100, limit / 2) << "the room is used";
+    }
+}
+
+TEST_F(OutageStoreTest, ABatchThatIsLargerThanAllFilesStaysAsTheNewest) {
+    OutageStore store(directory.path(), MEMORY, 100);
+    push(store, 1, 2);
+    store.flush();
+    EXPECT_THAT(drain(store), ElementsAre(2));
+    EXPECT_EQ(store.dropped(), 1U);
+}
+
 TEST_F(OutageStoreTest, TheNextStartFindsWhatWasFlushed) {
     {
         OutageStore store(directory.path(), MEMORY, FILES);
