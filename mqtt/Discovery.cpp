@@ -29,7 +29,7 @@ Discovery::Discovery(const Settings& configuration, const Topics& deviceTopics, 
 
 void Discovery::begin() {
     keptKnown = false;
-    due = !entities.empty();
+    due = known;
     notBefore = {};
 }
 
@@ -54,11 +54,13 @@ bool Discovery::hear(const std::string& heardTopic, std::string_view payload, bo
 
 void Discovery::setEntities(Entities newest) {
     entities = std::move(newest);
+    known = true;
     due = true;
 }
 
 Discovery::Clock::time_point Discovery::dueAt() const {
-    return due && keptKnown ? notBefore : Clock::time_point::max();
+    const bool nothingToTell = entities.empty() && told.empty();
+    return due && keptKnown && !nothingToTell ? notBefore : Clock::time_point::max();
 }
 
 std::string Discovery::take() {

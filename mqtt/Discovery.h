@@ -60,6 +60,7 @@ class Discovery {
     Random random;
     std::string messageTopic;
     std::string birthTopic;
+    bool known{false};  ///< Whether the registers that there are were told.
     bool keptKnown{false};
     bool due{false};
     Clock::time_point notBefore{};

@@ -96,6 +96,20 @@ TEST_F(DiscoveryTest, ARegisterThatGoesWhileTheProgramRunsIsRemoved) {
     EXPECT_THAT(discovery().take(), HasSubstr(R"("sensor-a":{"p":"sensor"})"));
 }
 
+TEST_F(DiscoveryTest, TheLastRegisterThatGoesIsRemoved) {
+    const std::string kept = R"({"cmps":{"sensor-a":{"p":"sensor","x":1}}})";
+    connect(kept);
+    EXPECT_EQ(discovery().dueAt(), NEVER) << "nobody has said yet which registers there are";
+    discovery().setEntities({});
+    EXPECT_LE(discovery().dueAt(), now);
+    connect(kept);
+    EXPECT_LE(discovery().dueAt(), now) << "the connection may have been lost before";
+    EXPECT_THAT(discovery().take(), HasSubstr(R"("sensor-a":{"p":"sensor"})"));
+    EXPECT_THAT(discovery().takeForgotten(), ElementsAre("a"));
+    connect();
+    EXPECT_EQ(discovery().dueAt(), NEVER) << "nothing is left to tell";
+}
+
 TEST_F(DiscoveryTest, IsToldAgainARandomTimeAfterHomeAssistantHasStarted) {
     connect();
     discovery().setEntities(entityOf("sensor-a", "sensor"));
