@@ -107,13 +107,13 @@ void Uplink::look() {
     ++beats;
     const auto now = Clock::now();
     try {
+        collect(now);
         if (!link && now >= retryAt) {
             connect();
         }
         if (welcomeDue) {
             welcome(now);
         }
-        collect(now);
         sendDue(now);
         wait(now);
     } catch (const LinkFailure& e) {
@@ -122,6 +122,8 @@ void Uplink::look() {
 }
 
 void Uplink::connect() {
+    // The resolver may take longer than the end of the program waits.
+    store.flush();
     wasAccepted = false;
     LinkListener& listener = *this;
     link = std::make_unique<BrokerLink>(settings.broker, credentials, topics, listener);

@@ -129,6 +129,30 @@ TEST_F(IomapMqttTroubleTest, NoChangeOfAShortOutageIsLost) {
     EXPECT_EQ(droppedOf(next("info", "\"registers\":")), 0);
 }
 
+TEST_F(IomapMqttTroubleTest, ChangesAreInFilesBeforeAnAttemptToConnectMayBlock) {
+    const std::string state = directory.path() / "state";
+    std::filesystem::create_directory(state);
+    Process& service = startService(map);
+    startBroker();
+    subscriber = subscribe();
+    gateway = launchGateway("", {{"STATE_DIRECTORY", state}});
+    next("data", "[20,0,");
+    stopBroker();
+    iomapDone({"write", "1=11"});
+    // Whoever hears of the service's end has heard of the change before.
+    service.signal(SIGTERM);
+    gateway->waitForLine("the service has gone");
+    // The first attempt may have begun before.
+    gateway->waitForLine("cannot connect to the broker");
+    gateway->waitForLine("cannot connect to the broker");
+    gateway->signal(SIGKILL);
+    gateway->waitForExit();
+    startBroker();
+    subscriber = subscribe();
+    gateway = launchGateway("", {{"STATE_DIRECTORY", state}});
+    next("replay", "[1,11,");
+}
+
 TEST_F(IomapMqttTroubleTest, ABrokerThatAcknowledgesNothingDoesNotUseUpTheProcessor) {
     constexpr int WATCHED_SECONDS = 3;
     directory.file("state/00000000000000000001.batches", "1 session boot 1 1 0 [[1,1,0]]\n");
