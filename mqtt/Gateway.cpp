@@ -77,7 +77,9 @@ void Gateway::run() {
         try {
             serveBus();
         } catch (const std::exception& e) {
-            log(logger, Poco::Message::PRIO_WARNING, TRYING_AGAIN, reasonOf(e));
+            const std::string reason = reasonOf(e);
+            log(logger, Poco::Message::PRIO_WARNING, TRYING_AGAIN, reason);
+            refuseAll(reason);
         }
         ++beats;
         std::this_thread::sleep_for(RETRY_PAUSE);
@@ -231,14 +233,29 @@ void Gateway::carryOut(IoMapping& io, RegisterCache& cache) {
 }
 
 void Gateway::answer(const Request& request, IoMapping& io, RegisterCache& cache) {
-    std::string error = request.fault;
-    const bool isSet = request.action == Request::Action::SET;
-    if (error.empty()) {
-        error = isSet ? answerSet(request, io, cache) : answerGet(request, cache);
+    if (!request.fault.empty()) {
+        refuse(request, request.fault);
+        return;
     }
+    const bool isSet = request.action == Request::Action::SET;
+    const std::string error = isSet ? answerSet(request, io, cache) : answerGet(request, cache);
     if (isSet || !error.empty()) {
         mailbox.addReply({false, ackOf(request, error)});
     }
+}
+
+/// Without the bus, nobody shall wait for an answer.
+void Gateway::refuseAll(const std::string& reason) {
+    while (const auto request = mailbox.takeRequest()) {
+        refuse(*request, request->fault.empty() ? reason : request->fault);
+    }
+}
+
+void Gateway::refuse(const Request& request, const std::string& reason) {
+    if (request.action == Request::Action::SET) {
+        log(logger, Poco::Message::PRIO_NOTICE, SET_REFUSED, request.target, request.value, reason);
+    }
+    mailbox.addReply({false, ackOf(request, reason)});
 }
 
 /// @return why there is no answer; empty if there is

@@ -41,6 +41,8 @@ class Gateway : private tesk::ObjectBase {
     void tellInfo(const RegisterCache& cache);
     void carryOut(IoMapping& io, RegisterCache& cache);
     void answer(const Request& request, IoMapping& io, RegisterCache& cache);
+    void refuseAll(const std::string& reason);
+    void refuse(const Request& request, const std::string& reason);
     std::string answerGet(const Request& request, const RegisterCache& cache);
     std::string answerSet(const Request& request, IoMapping& io, RegisterCache& cache);
     std::string write(IoMapping& io, const CachedRegister& entry, int value,

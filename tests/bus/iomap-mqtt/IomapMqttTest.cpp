@@ -9,7 +9,18 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
-class IomapMqttTest : public MqttFixture {};
+class IomapMqttTest : public MqttFixture {
+ protected:
+    /// A bus in the place of the one that has ended.
+    std::unique_ptr<Process> startBusAgain() const {
+        const std::string place = bus.address().substr(bus.address().find('=') + 1);
+        auto again = std::make_unique<Process>(std::vector<std::string>{
+            "dbus-daemon", "--config-file=" + place + ".conf", "--address=" + bus.address(),
+            "--nofork", "--nopidfile", "--print-address=1"});
+        again->waitForLine("unix:path=");
+        return again;
+    }
+};
 
 TEST_F(IomapMqttTest, TellsOfItselfAndOfAllRegisters) {
     startService(map);
@@ -76,6 +87,7 @@ TEST_F(IomapMqttTest, TheServicesOwnWordsComeBack) {
     EXPECT_THAT(next("ack"), HasSubstr("there is no register 9"));
     publish("set/1", "{\"value\":");
     EXPECT_THAT(next("ack"), HasSubstr("the payload is no JSON"));
+    gateway->waitForLine("set '1' to '' refused: the payload is no JSON");
 }
 
 TEST_F(IomapMqttTest, ARetainedRequestIsIgnored) {
@@ -129,6 +141,24 @@ TEST_F(IomapMqttTest, TellsThatThereIsNoServiceEvenIfThereNeverWasOne) {
     subscriber = subscribe();
     EXPECT_THAT(next("info"),
                 AllOf(HasSubstr(R"("registers":0,)"), HasSubstr(R"("service":false)")));
+}
+
+TEST_F(IomapMqttTest, ABusThatEndsAndComesBackIsUsedAgain) {
+    startAll(R"("writable": ["1-9"])");
+    bus.kill();
+    EXPECT_THAT(next("data", "[1,null,"), HasSubstr(R"(,"the service does not answer"])"));
+    next("info", R"("service":false)");
+    gateway->waitForLine("; trying again");
+    publish("set/1", R"({"token": "a", "value": 5})");
+    EXPECT_THAT(next("ack"), HasSubstr(R"({"token":"a","set":"1","ok":false,"error":")"));
+    gateway->waitForLine("set '1' to '5' refused: ");
+    const auto again = startBusAgain();
+    startService(map);
+    next("info", R"("service":true)");
+    next("data", "[20,0,");
+    publish("set/1", "7");
+    EXPECT_EQ(next("ack"), R"({"set":"1","ok":true})");
+    next("data", "[1,7,");
 }
 
 TEST_F(IomapMqttTest, AServiceThatPausesIsReadAnewAndNotTakenForAnotherOne) {
