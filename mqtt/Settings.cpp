@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "Settings.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdint>
 #include <string_view>
 
 #include "client/ConfigSection.h"
@@ -19,11 +22,13 @@ constexpr double SHORTEST_INTERVAL = 0.1;
 constexpr double LONGEST_INTERVAL = 86'400;
 constexpr std::size_t LONGEST_PATH = 4096;
 
-/// What stays within this machine. Only numbers may follow 127: a name may lead anywhere.
+/// What stays within this machine. A name may lead anywhere, also one that begins with 127.
 bool isLoopback(const std::string& host) {
+    constexpr std::uint32_t NETWORK = 127;
+    in_addr address{};
     return host == "localhost" || host == "::1" ||
-           (host.rfind("127.", 0) == 0 &&
-            host.find_first_not_of("0123456789.") == std::string::npos);
+           (::inet_pton(AF_INET, host.c_str(), &address) == 1 &&
+            ntohl(address.s_addr) >> 24 == NETWORK);
 }
 
 /// Topics and client ids are made of it: no level, no wildcard, nothing that a broker refuses.

@@ -21,7 +21,7 @@ namespace {
 bool staysHere(const std::string& host) {
     in_addr address{};
     return host == "localhost" || host == "::1" ||
-           (host.rfind("127.", 0) == 0 && ::inet_aton(host.c_str(), &address) == 1);
+           (::inet_pton(AF_INET, host.c_str(), &address) == 1 && host.rfind("127.", 0) == 0);
 }
 
 void requireTopicPart(const std::string& text, const char* what) {

@@ -47,8 +47,12 @@ TEST_F(SettingsTest, TlsCanBeLeftOutOnThisMachineOnly) {
     EXPECT_THAT(faults(R"({"broker": {"host": "127.0.0.1", "tls": false}})"), IsEmpty());
     EXPECT_THAT(faults(R"({"broker": {"host": "192.0.2.1", "tls": false}})"),
                 ElementsAre("broker.tls must be true, because the broker is not on this machine"));
-    EXPECT_THAT(faults(R"({"broker": {"host": "127.example.org", "tls": false}})"),
-                ElementsAre(EndsWith("not on this machine")));
+    for (const std::string host : {"127.example.org", "127.", "127.1.", "127.0.0.1.2",
+                                   "127.0.0.256", "128.0.0.1", "1.127.0.0"}) {
+        EXPECT_THAT(faults(R"({"broker": {"host": ")" + host + R"(", "tls": false}})"),
+                    ElementsAre(EndsWith("not on this machine")))
+            << host;
+    }
 }
 
 TEST_F(SettingsTest, EveryKeyIsTaken) {
