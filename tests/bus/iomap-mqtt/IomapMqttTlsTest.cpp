@@ -2,6 +2,7 @@
 #include <poll.h>
 
 #include <array>
+#include <filesystem>
 
 #include "Build.h"
 #include "MqttTlsFixture.h"
@@ -83,6 +84,19 @@ TEST_F(IomapMqttTlsTest, ACertificateThatNobodyVouchesForIsNotTrusted) {
     gateway = launchGateway("", {}, R"(, "tls": true)");
     EXPECT_THAT(gateway->waitForLine("cannot connect to the broker"),
                 HasSubstr("the certificate of the broker is refused: self-signed certificate"));
+}
+
+TEST_F(IomapMqttTlsTest, ABrokerThatWantsTheCertificateOfItsClientGetsIt) {
+    makeCertificate("IP:127.0.0.1");
+    const std::string place = directory.path();
+    startTlsBroker("cafile " + place + "/cert.pem\nrequire_certificate true\n");
+    launchTlsGateway();
+    gateway->waitForLine("cannot connect to the broker");
+    std::filesystem::create_directory(place + "/credentials");
+    std::filesystem::copy_file(place + "/key.pem", place + "/credentials/mqtt-key");
+    launchTlsGateway({{"CREDENTIALS_DIRECTORY", place + "/credentials"}},
+                     R"(, "certificate_file": ")" + place + "/cert.pem\"");
+    gateway->waitForLine("connected to the broker");
 }
 
 TEST_F(IomapMqttTlsTest, ABrokerThatGoesInTheHandshakeIsTriedAgain) {

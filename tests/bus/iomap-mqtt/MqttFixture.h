@@ -12,7 +12,9 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <random>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -169,16 +171,23 @@ class MqttFixture : public IomapFixture {
         return (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
     }
 
-    /// A port of the loopback that nobody listens on.
+    /// A port of the loopback that nobody listens on, outside those that the kernel gives to
+    /// clients: a broker that starts again must find its port free.
     static int freePort() {
-        const FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof(address);
-        ::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), size);
-        ::getsockname(socket.get(), reinterpret_cast<sockaddr*>(&address), &size);
-        return ntohs(address.sin_port);
+        std::random_device random;
+        std::uniform_int_distribution<int> ports(20'000, 31'999);
+        for (int attempt = 0; attempt < 1000; ++attempt) {
+            const FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+            const int port = ports(random);
+            sockaddr_in address{};
+            address.sin_family = AF_INET;
+            address.sin_port = htons(static_cast<std::uint16_t>(port));
+            address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+            if (::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0) {
+                return port;
+            }
+        }
+        throw std::runtime_error("there is no free port");
     }
 
     const std::string map = mapOf(

@@ -38,10 +38,11 @@ class MqttTlsFixture : public MqttFixture {
         ASSERT_EQ(outcome.status, 0) << outcome.errors;
     }
 
-    void startTlsBroker() {
+    /// @param options lines for its configuration
+    void startTlsBroker(const std::string& options = "") {
         const std::string place = directory.path();
         startBroker("allow_anonymous true\ncertfile " + place + "/cert.pem\nkeyfile " + place +
-                    "/key.pem\n");
+                    "/key.pem\n" + options);
     }
 
     /// Has the broker take the certificate that is there now.
@@ -50,9 +51,11 @@ class MqttTlsFixture : public MqttFixture {
         startTlsBroker();
     }
 
-    void launchTlsGateway(const std::map<std::string, std::string>& environment = {}) {
-        gateway = launchGateway(
-            "", environment,
-            R"(, "tls": true, "ca_file": ")" + (directory.path() / "cert.pem").string() + "\"");
+    /// @param more keys of the broker
+    void launchTlsGateway(const std::map<std::string, std::string>& environment = {},
+                          const std::string& more = "") {
+        gateway = launchGateway("", environment,
+                                R"(, "tls": true, "ca_file": ")" +
+                                    (directory.path() / "cert.pem").string() + "\"" + more);
     }
 };
