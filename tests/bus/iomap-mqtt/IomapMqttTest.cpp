@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <csignal>
 
+#include "Deadline.h"
+#include "FakeService.h"
 #include "MqttFixture.h"
 
 namespace {
@@ -178,6 +180,36 @@ TEST_F(IomapMqttTest, AServiceThatPausesIsReadAnewAndNotTakenForAnotherOne) {
     const std::string found = "the service has 5 registers";
     EXPECT_EQ(journal.find(found), journal.rfind(found)) << journal;
     EXPECT_THAT(journal, HasSubstr(found));
+}
+
+TEST_F(IomapMqttTest, OneSlowRegisterIsReadRightAfterTheOther) {
+    constexpr int COUNT = 200;
+    std::map<int, FakeRegister> sensors;
+    for (int index = 1; index <= COUNT; ++index) {
+        sensors[index] = {RegisterType::SENSOR_TEMP_VALUE, index, -1, 20'000};
+    }
+    const FakeService service(sensors);
+    startBroker();
+    subscriber = subscribe();
+    gateway = launchGateway();
+    gateway->waitForLine("the service has 200 registers");
+    // The loop looks at the clock every 100 ms if nothing else happens.
+    const Deadline halfOfThatEach(std::chrono::milliseconds(COUNT * 50));
+    next("data", "[200,20000,");
+    EXPECT_FALSE(halfOfThatEach.passed());
+}
+
+TEST_F(IomapMqttTest, ASensorThatGoesIsToldThoughItsNumberHardlyChanges) {
+    FakeService service({{20, {RegisterType::SENSOR_TEMP_VALUE, 1, -1, 4100}}});
+    startBroker();
+    subscriber = subscribe();
+    gateway = launchGateway(R"("poll": {"sensor_temp_value": 0.1})");
+    next("r/level", R"("raw":4100,)");
+    service.set(20, 4096);
+    next("r/level", R"({"value":null,"error":"the sensor is missing",)");
+    next("data", "[20,4096,");
+    service.set(20, 4099);
+    next("r/level", R"("raw":4099,)");
 }
 
 TEST_F(IomapMqttTest, AnotherProtocolVersionDoesTheSame) {
