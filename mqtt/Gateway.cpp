@@ -24,7 +24,7 @@ using Quality = CachedValue::Quality;
 constexpr Pattern<std::string> TRYING_AGAIN("%s; trying again");
 constexpr Pattern<std::string> SERVICE_LOST("%s");
 constexpr Pattern<std::size_t> SERVICE_FOUND("the service has %z registers");
-constexpr Pattern<> SERVICE_ANSWERS("the service answers");
+constexpr Pattern<> SERVICE_ANSWERS("the service answers again");
 constexpr Pattern<std::string, std::string, std::string> SET_REFUSED(
     "set '%s' to '%s' refused: %s");
 constexpr Pattern<std::string, int, std::string, std::string> WRITTEN("write %s = %d%s%s");
@@ -146,14 +146,17 @@ void Gateway::tryToLoad(RegisterCache& cache) {
         return;
     }
     try {
-        if (!enumerated) {
+        const bool isNew = !enumerated;
+        if (isNew) {
             cache.enumerate();
             enumerated = true;
             log(logger, Poco::Message::PRIO_NOTICE, SERVICE_FOUND, cache.registers().size());
         }
         cache.readAll();
         loaded = true;
-        log(logger, Poco::Message::PRIO_NOTICE, SERVICE_ANSWERS);
+        if (!isNew) {
+            log(logger, Poco::Message::PRIO_NOTICE, SERVICE_ANSWERS);
+        }
         tellInfo(cache);
         giveBackMemory();
     } catch (const std::exception& e) {
