@@ -54,7 +54,14 @@ GSourceFuncs SOURCE_FUNCTIONS{nullptr, nullptr, dispatch,  // NOLINT(*-avoid-non
 
 /// Takes all events off a socket. What they say does not matter.
 void discardEvents(const FileDescriptor& socket) {
+    // Emulators take a message without room for it as received before it has come.
+    char room = 0;
+    iovec place{&room, sizeof(room)};
     std::array<mmsghdr, 64> batch{};
+    for (mmsghdr& message : batch) {
+        message.msg_hdr.msg_iov = &place;
+        message.msg_hdr.msg_iovlen = 1;
+    }
     int taken = 0;
     do {
         taken = ::recvmmsg(socket.get(), batch.data(), batch.size(), MSG_DONTWAIT, nullptr);
