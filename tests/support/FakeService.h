@@ -29,6 +29,13 @@ struct FakeRegister {
 class FakeService {
  public:
     explicit FakeService(std::map<int, FakeRegister> served) : registers(std::move(served)) {}
+    ~FakeService() {
+        service.reset();
+        // What the thread of GDBus did last is seen from here on.
+        const std::lock_guard<std::mutex> lock(mutex);
+    }
+    FakeService(const FakeService&) = delete;
+    FakeService& operator=(const FakeService&) = delete;
 
     /// Gives a register another value, or makes it one that cannot be read.
     void set(int address, std::optional<int> value) {
@@ -39,7 +46,7 @@ class FakeService {
     /// Gives a register another value and announces it.
     void announce(int address, int value) {
         set(address, value);
-        g_dbus_connection_emit_signal(service.connection(), nullptr, BusClient::PATH,
+        g_dbus_connection_emit_signal(service->connection(), nullptr, BusClient::PATH,
                                       BusClient::INTERFACE, "OnValueChange",
                                       g_variant_new("(ii)", address, value), nullptr);
     }
@@ -156,6 +163,7 @@ class FakeService {
     std::vector<std::string> record;
     std::map<std::string, std::vector<std::chrono::steady_clock::time_point>> times;
     std::chrono::milliseconds pause{0};
-    const StandInService service{
+    std::optional<const StandInService> service{
+        std::in_place,
         [this](GDBusConnection* connection, GDBusMessage* call) { answer(connection, call); }};
 };
