@@ -604,11 +604,9 @@ TEST_F(IoMappingTest, ALoopOfTheApplicationsOwnKeepsItsDescriptors) {
 
 TEST_F(IoMappingTest, WakeupEndsAWaitOfTheApplicationsOwnLoop) {
     IoMapping io;
-    std::vector<pollfd> descriptors;
-    while (pollOnce(io, descriptors)) {
-        descriptors.clear();
+    while (io.run(false)) {
     }
-    descriptors.clear();
+    std::vector<pollfd> descriptors;
     io.beginWait(descriptors);
     std::thread([&io] { io.wakeup(); }).join();
     EXPECT_GT(poll(descriptors.data(), descriptors.size(), Deadline().milliseconds()), 0);
