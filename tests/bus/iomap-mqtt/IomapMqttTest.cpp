@@ -242,8 +242,7 @@ TEST_F(IomapMqttTest, ChangesOfAnOutageAreReplayed) {
 }
 
 TEST_F(IomapMqttTest, AnOutageMayOutlastTheProgram) {
-    const std::string state = directory.path() / "state";
-    std::filesystem::create_directory(state);
+    const std::string state = makeStateDirectory();
     Process& service = startService(map);
     startBroker();
     subscriber = subscribe();

@@ -109,8 +109,7 @@ TEST_F(IomapMqttTroubleTest, ANewBrokerGetsAllThatItNeedsAndNothingElse) {
 
 TEST_F(IomapMqttTroubleTest, NoChangeOfAShortOutageIsLost) {
     constexpr std::size_t LAST = 30;
-    const std::string state = directory.path() / "state";
-    std::filesystem::create_directory(state);
+    const std::string state = makeStateDirectory();
     startService(map);
     startBroker();
     subscriber = subscribe();
@@ -130,8 +129,7 @@ TEST_F(IomapMqttTroubleTest, NoChangeOfAShortOutageIsLost) {
 }
 
 TEST_F(IomapMqttTroubleTest, ChangesAreInFilesBeforeAnAttemptToConnectMayBlock) {
-    const std::string state = directory.path() / "state";
-    std::filesystem::create_directory(state);
+    const std::string state = makeStateDirectory();
     Process& service = startService(map);
     startBroker();
     subscriber = subscribe();

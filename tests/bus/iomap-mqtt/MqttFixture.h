@@ -8,6 +8,7 @@
 
 #include <csignal>
 #include <deque>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -75,6 +76,13 @@ class MqttFixture : public IomapFixture {
         std::vector<std::string> command = launcher;
         command.insert(command.end(), {IOMAP_MQTT, "--config", config});
         return std::make_unique<Process>(command, environment);
+    }
+
+    /// Makes the directory that the service manager gives iomap-mqtt for its state.
+    std::string makeStateDirectory() const {
+        const std::string state = directory.path() / "state";
+        std::filesystem::create_directory(state);
+        return state;
     }
 
     /// Everything at work: the service, the broker, a subscriber, and iomap-mqtt.
