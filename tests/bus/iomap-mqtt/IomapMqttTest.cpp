@@ -231,12 +231,13 @@ TEST_F(IomapMqttTest, ChangesOfAnOutageAreReplayed) {
     iomapDone({"write", "1=12"});
     startBrokerUnseen();
     next("status", "online");
-    // The first changes of all may not have been acknowledged either.
+    // What is live comes before what is replayed. The first changes of all may not have been
+    // acknowledged either.
     std::string replayed;
-    while (replayed.find("[1,12,") == std::string::npos) {
+    while (replayed.find("[1,11,") == std::string::npos ||
+           replayed.find("[1,12,") == std::string::npos) {
         replayed += nextChanges();
     }
-    EXPECT_THAT(replayed, HasSubstr("[1,11,"));
     iomapDone({"write", "1=13"});
     next("data", "[1,13,");
 }
