@@ -88,8 +88,7 @@ class NumberReader {
     void addDigit(int digit) {
         constexpr std::int64_t MAX = std::numeric_limits<int>::max();
         const std::int64_t limit = negative ? MAX + 1 : MAX;
-        magnitude = magnitude * 10 + digit;
-        magnitude = magnitude < limit ? magnitude : limit;
+        magnitude = std::min(magnitude * 10 + digit, limit);
     }
 
     bool started{false};

@@ -574,6 +574,7 @@ TEST_F(IoMappingTest, ALoopOfTheApplicationsOwnDeliversChanges) {
         }
         IoMapping().writeValue(1, 7);
     });
+    bool delivered = false;
     const Deadline deadline;
     while (changes.empty() && !deadline.passed()) {
         std::vector<pollfd> descriptors;
@@ -581,11 +582,12 @@ TEST_F(IoMappingTest, ALoopOfTheApplicationsOwnDeliversChanges) {
         waits = true;
         poll(descriptors.data(), descriptors.size(),
              timeout < 0 ? deadline.milliseconds() : timeout);
-        io.endWait(descriptors);
+        delivered = io.endWait(descriptors);
     }
     waits = true;
     writer.join();
     EXPECT_THAT(changes, ElementsAre(std::pair(1, 7)));
+    EXPECT_TRUE(delivered);
 }
 
 TEST_F(IoMappingTest, ALoopOfTheApplicationsOwnKeepsItsDescriptors) {
