@@ -2,10 +2,12 @@
 #pragma once
 
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -25,4 +27,20 @@ inline double kilobytes(pid_t pid, const std::string& file, const std::string& k
 inline auto openDescriptors(pid_t pid) {
     const std::filesystem::directory_iterator all("/proc/" + std::to_string(pid) + "/fd");
     return std::distance(begin(all), end(all));
+}
+
+/// How much time of the processor a process has used, in seconds.
+inline double processorTime(pid_t pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+    std::string text;
+    std::getline(file, text);
+    std::istringstream fields(text.substr(text.rfind(')') + 2));
+    std::string skipped;
+    for (int field = 0; field < 11; ++field) {
+        fields >> skipped;
+    }
+    double user = 0;
+    double system = 0;
+    fields >> user >> system;
+    return (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
 }

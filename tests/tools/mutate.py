@@ -2,9 +2,11 @@
 # SPDX-License-Identifier: MIT
 """mutate.py [COUNT [SEED]]: changes the library's sources, one place at a time, and prints the changes
 that no test notices. COUNT places (200 unless told) are chosen at random, the same ones for the same
-SEED (1 unless told). The sources are changed in a copy of the checkout, build/mutate."""
+SEED (1 unless told). The sources are changed in copies of the checkout, one for each processor, below
+build/mutate."""
 import filecmp
 import os
+import queue
 import random
 import re
 import shutil
@@ -12,11 +14,11 @@ import signal
 import subprocess
 import sys
 import time
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
-COPY = ROOT / "build" / "mutate"
-BUILD = COPY / "build"
+COPIES = ROOT / "build" / "mutate"
 BUILD_SECONDS = 1800
 GOAL = 95
 
@@ -72,114 +74,135 @@ def all_mutants():
                 yield path.relative_to(ROOT), index, changed
 
 
-def succeeds(command, seconds):
-    """Whether a command succeeds in time. What it has started ends with it."""
-    process = subprocess.Popen(command, cwd=COPY, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                               start_new_session=True)
-    try:
-        return process.wait(seconds) == 0
-    except subprocess.TimeoutExpired:
-        os.killpg(process.pid, signal.SIGKILL)
-        process.wait()
-        return False
+def has_own_suite(path):
+    return bool(list((ROOT / "tests" / "unit").glob(f"**/{path.stem}Test.cpp")))
 
 
-def build(*targets):
-    return succeeds(["cmake", "--build", BUILD, "--target", *targets], BUILD_SECONDS)
+class Copy:
+    """A copy of the checkout, and its build."""
 
+    # Those left out take minutes, or look at other programs.
+    LEFT_OUT = r"\.(StormTest|EnduranceTest|LifecycleTest|maps|Iomap[A-Z].*)$"
 
-class Suites:
-    """A set of tests, and how long it may take: a change may let a test wait for ever."""
+    def __init__(self, number):
+        self.folder = COPIES / str(number)
+        self.build_folder = self.folder / "build"
+        # How long the tests may take: a change may let a test wait for ever.
+        self.unit_seconds = self.bus_seconds = BUILD_SECONDS
 
-    def __init__(self, command):
-        self.command = command
-        self.seconds = BUILD_SECONDS
+    def succeeds(self, command, seconds=BUILD_SECONDS):
+        """Whether a command succeeds in time. What it has started ends with it."""
+        process = subprocess.Popen(command, cwd=self.folder, stdout=subprocess.DEVNULL,
+                                   stderr=subprocess.DEVNULL, start_new_session=True)
+        try:
+            return process.wait(seconds) == 0
+        except subprocess.TimeoutExpired:
+            os.killpg(process.pid, signal.SIGKILL)
+            process.wait()
+            return False
 
-    def passes(self):
-        return succeeds(self.command, self.seconds)
+    def build(self, *targets):
+        return self.succeeds(["cmake", "--build", self.build_folder, "--target", *targets])
+
+    def passes_suite(self, name):
+        return self.succeeds(["tests/support/sandbox", self.build_folder / "tests" / "unit-tests",
+                              "--gtest_fail_fast", f"--gtest_filter={name}.*:*/{name}.*:{name}/*"],
+                             self.unit_seconds)
+
+    def passes(self, kind, seconds):
+        # Most tests wait for something most of the time.
+        return self.succeeds(["ctest", "--test-dir", self.build_folder, "--stop-on-failure",
+                              "--no-tests=error", "--parallel", str(2 * os.cpu_count()),
+                              "--tests-regex", rf"\.{kind}\.", "--exclude-regex", self.LEFT_OUT],
+                             seconds)
+
+    def passes_unit(self):
+        return self.passes("unit", self.unit_seconds)
+
+    def passes_bus(self):
+        return self.passes("bus", self.bus_seconds)
+
+    def prepare(self):
+        files = subprocess.run(
+            ["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
+            cwd=ROOT, check=True, stdout=subprocess.PIPE, text=True).stdout
+        for name in filter(None, files.split("\0")):
+            copied = self.folder / name
+            # What has not changed keeps its time, and is not built again.
+            if not (copied.exists() and filecmp.cmp(ROOT / name, copied, shallow=False)):
+                copied.parent.mkdir(parents=True, exist_ok=True)
+                shutil.copy(ROOT / name, copied)
+        subprocess.run(
+            ["cmake", "-S", self.folder, "-B", self.build_folder, "-G", "Ninja",
+             "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0",
+             "-DCMAKE_EXE_LINKER_FLAGS=-Wl,--strip-debug",
+             f"-DCMAKE_PROJECT_INCLUDE={self.folder}/cmake/ForDevelopers.cmake"],
+            check=True, stdout=subprocess.DEVNULL)
+        if not self.build("unit-tests", "bus-tests"):
+            sys.exit("mutate: the sources do not build without any change")
 
     def measure(self):
+        self.unit_seconds = self.limit_of(self.passes_unit)
+        self.bus_seconds = self.limit_of(self.passes_bus)
+
+    @staticmethod
+    def limit_of(passes):
         start = time.monotonic()
-        if not self.passes():
-            sys.exit(f"mutate: tests fail without any change: {self.command}")
-        # Others may use the machine more than now.
-        self.seconds = 60 + 5 * (time.monotonic() - start)
+        if not passes():
+            sys.exit("mutate: tests fail without any change; see ./dev test")
+        # The other copies use the machine, too.
+        return 60 + 3 * (time.monotonic() - start)
 
-
-def suite(name):
-    """One suite of the unit tests."""
-    return Suites(["tests/support/sandbox", BUILD / "tests" / "unit-tests", "--gtest_fail_fast",
-                   f"--gtest_filter={name}.*:*/{name}.*:{name}/*"])
-
-
-def suites_of(kind, *options):
-    # Most tests wait for something most of the time.
-    return Suites(["ctest", "--test-dir", BUILD, "--stop-on-failure", "--no-tests=error",
-                   "--parallel", str(3 * os.cpu_count()), "--tests-regex", rf"\.{kind}\.", *options])
-
-
-ALL_UNIT = suites_of("unit")
-# Those left out take minutes, or look at other programs.
-BUS = suites_of("bus", "--exclude-regex",
-                r"\.(StormTest|EnduranceTest|LifecycleTest|maps|Iomap[A-Z].*)$")
-
-
-def own_suite(path):
-    """The suite of the class that a file holds; none where the class has no file of tests."""
-    name = f"{path.stem}Test"
-    return [suite(name)] if list((ROOT / "tests" / "unit").glob(f"**/{name}.cpp")) else []
-
-
-def verdict_on(path, index, changed):
-    """What notices a change; None where nothing does; "compiler" where it does not compile."""
-    lines = (ROOT / path).read_text().splitlines(keepends=True)
-    (COPY / path).write_text("".join([*lines[:index], changed + "\n", *lines[index + 1:]]))
-    try:
-        if not build("unit-tests"):
-            return "compiler"
-        for suites in own_suite(path):
-            suites.seconds = ALL_UNIT.seconds
-            if not suites.passes():
+    def verdict_on(self, mutant):
+        """What notices a change; None where nothing does; "compiler" where it does not compile."""
+        path, index, changed = mutant
+        lines = (ROOT / path).read_text().splitlines(keepends=True)
+        (self.folder / path).write_text("".join([*lines[:index], changed + "\n", *lines[index + 1:]]))
+        try:
+            if not self.build("unit-tests"):
+                return "compiler"
+            if has_own_suite(path) and not self.passes_suite(f"{path.stem}Test"):
                 return "its own suite"
-        if not ALL_UNIT.passes():
-            return "another unit test"
-        return None if build("bus-tests") and BUS.passes() else "a test on the bus"
+            if not self.passes_unit():
+                return "another unit test"
+            return None if self.build("bus-tests") and self.passes_bus() else "a test on the bus"
+        finally:
+            shutil.copy(ROOT / path, self.folder / path)
+
+
+def verdicts_on(mutants, copies):
+    """Each mutant and the verdict on it, in their order."""
+    idle = queue.Queue()
+    for copy in copies:
+        idle.put(copy)
+
+    def try_one(mutant):
+        copy = idle.get()
+        try:
+            return mutant, copy.verdict_on(mutant)
+        finally:
+            idle.put(copy)
+
+    pool = ThreadPoolExecutor(len(copies))
+    try:
+        yield from pool.map(try_one, mutants)
     finally:
-        shutil.copy(ROOT / path, COPY / path)
-
-
-def prepare_copy():
-    files = subprocess.run(["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
-                           cwd=ROOT, check=True, stdout=subprocess.PIPE, text=True).stdout
-    for name in filter(None, files.split("\0")):
-        copied = COPY / name
-        # What has not changed keeps its time, and is not built again.
-        if not (copied.exists() and filecmp.cmp(ROOT / name, copied, shallow=False)):
-            copied.parent.mkdir(parents=True, exist_ok=True)
-            shutil.copy(ROOT / name, copied)
-    subprocess.run(["cmake", "-S", COPY, "-B", BUILD, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
-                    "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DCMAKE_EXE_LINKER_FLAGS=-Wl,--strip-debug",
-                    f"-DCMAKE_PROJECT_INCLUDE={COPY}/cmake/ForDevelopers.cmake"],
-                   check=True, stdout=subprocess.DEVNULL)
-    if not succeeds(["cmake", "--build", BUILD, "--target", "unit-tests", "bus-tests"], None):
-        sys.exit("mutate: the sources do not build without any change")
-    ALL_UNIT.measure()
-    BUS.measure()
+        pool.shutdown(cancel_futures=True)
 
 
 def main():
     count = int(sys.argv[1]) if len(sys.argv) > 1 else 200
     seed = int(sys.argv[2]) if len(sys.argv) > 2 else 1
     mutants = list(all_mutants())
-    places = len(mutants)
     random.Random(seed).shuffle(mutants)
-    prepare_copy()
+    copies = [Copy(number) for number in range(1, os.cpu_count() + 1)]
+    for copy in copies:
+        copy.prepare()
+        copy.measure()
     tried = 0
     survivors = []
-    for path, index, changed in mutants:
-        if tried == count:
-            break
-        verdict = verdict_on(path, index, changed)
+    verdicts = verdicts_on(mutants, copies)
+    for (path, index, changed), verdict in verdicts:
         if verdict == "compiler":
             continue
         tried += 1
@@ -188,9 +211,13 @@ def main():
         print(f"[{tried}/{count}] {verdict or 'NOTHING'} notices {text}", flush=True)
         if verdict is None:
             survivors.append(text)
+        if tried == count:
+            break
+    verdicts.close()
     print("\nNo test notices:" if survivors else "\nTests notice every change.", *survivors, sep="\n")
-    print(f"mutate: of {places} places {tried} were changed; tests notice {tried - len(survivors)}, "
-          f"{100 * (tried - len(survivors)) / max(tried, 1):.1f} % (the goal is {GOAL} %)")
+    print(f"mutate: of {len(mutants)} places {tried} were changed; tests notice "
+          f"{tried - len(survivors)}, {100 * (tried - len(survivors)) / max(tried, 1):.1f} % "
+          f"(the goal is {GOAL} %)")
 
 
 if __name__ == "__main__":

@@ -6,6 +6,7 @@
 
 #include "Build.h"
 #include "MqttTlsFixture.h"
+#include "ProcessFigures.h"
 
 namespace {
 

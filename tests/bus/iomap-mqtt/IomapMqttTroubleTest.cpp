@@ -7,6 +7,7 @@
 
 #include "Build.h"
 #include "MqttFixture.h"
+#include "ProcessFigures.h"
 
 namespace {
 

@@ -4,7 +4,6 @@
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <deque>
@@ -161,22 +160,6 @@ class MqttFixture : public IomapFixture {
         std::ostringstream text;
         table.stringify(text);
         return json(text.str());
-    }
-
-    /// How much time of the processor a process has used, in seconds.
-    static double processorTime(pid_t pid) {
-        std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-        std::string text;
-        std::getline(file, text);
-        std::istringstream fields(text.substr(text.rfind(')') + 2));
-        std::string skipped;
-        for (int field = 0; field < 11; ++field) {
-            fields >> skipped;
-        }
-        double user = 0;
-        double system = 0;
-        fields >> user >> system;
-        return (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
     }
 
     /// A port of the loopback that nobody listens on, outside those that the kernel gives to

@@ -7,6 +7,7 @@
 
 #include "BusFixture.h"
 #include "Deadline.h"
+#include "ProcessFigures.h"
 #include "sim/Device.h"
 
 namespace {
@@ -290,6 +291,15 @@ TEST_F(BoardReturnTest, AServiceThatMissesNothingSleeps) {
     makeAnew();
     service->waitForLine(BACK);
     EXPECT_TRUE(comesToRest(service->pid()));
+}
+
+TEST_F(BoardReturnTest, AServiceThatMissesABoardSleepsBetweenTwoLooks) {
+    std::filesystem::remove_all(board.path());
+    service->waitForLine(GONE);
+    constexpr std::chrono::seconds WATCHED(1);
+    const double before = processorTime(service->pid());
+    std::this_thread::sleep_for(WATCHED);
+    EXPECT_LE(processorTime(service->pid()) - before, 0.3);
 }
 
 }  // namespace
