@@ -9,8 +9,8 @@
 
 #include "GpioDriver.h"
 #include "KR62Driver.h"
-#include "NamedChips.h"
 #include "PD5Driver.h"
+#include "Server.h"
 #include "SpecialDriver.h"
 #include "VaduDriver.h"
 #include "support/Log.h"
@@ -104,7 +104,7 @@ std::vector<std::string> addDrivers(DriverManager& manager, const std::string& m
                             [number] { return std::make_shared<PD5Driver>(number); });
         }
     }
-    for (const int number : gpioChipsNamedIn(mapFile)) {
+    for (const int number : Server::gpioChipsNamedIn(mapFile)) {
         addGpioChip(manager, number);
     }
     return std::move(wiring).boardNames();

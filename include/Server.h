@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "DriverManager.h"
@@ -44,6 +45,12 @@ class [[gnu::visibility("default")]] Server : public tesk::ObjectBase {
     /// thread that has made the server. On another thread, a callback could be running at this
     /// moment.
     ~Server() override;
+
+    /// The numbers N of all drivers "gpiochip-N" that the fields of a map file name, for a host
+    /// that makes these drivers before its server. Passes over whatever is wrong with the file or a
+    /// field: the server tells that when it loads the map. The server does not parse the file again
+    /// unless the file has changed. Only for the thread of the server.
+    static std::set<int> gpioChipsNamedIn(const std::string& mapFile);
 
     /// Serves until the process ends.
     void run();

@@ -16,6 +16,7 @@
 #include <iterator>
 #include <new>
 #include <sstream>
+#include <utility>
 
 #include "support/FileDescriptor.h"
 #include "support/Log.h"
@@ -63,6 +64,23 @@ bool isOneOfSeveral(DriverInterface::Driver driver) {
     return driver == DriverInterface::PD5 || driver == DriverInterface::GPIOCHIP;
 }
 
+/// A map that was read ahead.
+struct ParsedText {
+    std::string text;
+    Poco::JSON::Array::Ptr fields;
+};
+
+/// The last one, until the map is read in earnest.
+std::optional<ParsedText>& parsedAhead() {
+    static std::optional<ParsedText> parsed;
+    return parsed;
+}
+
+std::string textOf(const std::string& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 /// The driver that one element of "io_mapping" names; none where the element is faulty.
 std::optional<std::string> driverNameOf(const Poco::Dynamic::Var& element) {
     try {
@@ -97,8 +115,28 @@ Poco::JSON::Array::Ptr readFields(const std::string& path) {
     if (!readingFault(path).empty()) {
         throw tesk::ParseException(PARSING_FAILED(path));
     }
+    const std::optional<ParsedText> ahead = std::exchange(parsedAhead(), std::nullopt);
+    if (ahead && ahead->text == textOf(path)) {
+        return ahead->fields;
+    }
     std::ifstream file(path);
     return parseFields(file, path);
+}
+
+Poco::JSON::Array::Ptr readAhead(const std::string& path, const std::string& word) {
+    std::string text = textOf(path);
+    // Parsing a large map takes long. A word may also be written with escapes.
+    if (text.find(word) == std::string::npos && text.find('\\') == std::string::npos) {
+        return {};
+    }
+    try {
+        std::istringstream json(text);
+        const Poco::JSON::Array::Ptr fields = parseFields(json, path);
+        parsedAhead() = {std::move(text), fields};
+        return fields;
+    } catch (const std::exception&) {  // The map is read again, and its fault told, by the server.
+        return {};
+    }
 }
 
 Poco::JSON::Array::Ptr parseFields(std::istream& text, const std::string& path,
@@ -226,26 +264,17 @@ std::optional<int> driverNumber(const std::string& name, const std::string& pref
     return isName ? std::optional<int>(number) : std::nullopt;
 }
 
-std::set<std::string> driversNamedIn(const std::string& path, const std::string& prefix) {
-    std::set<std::string> names;
-    std::ifstream file(path);
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    // Parsing a large map takes long. A name may also be written with escapes.
-    if (text.find(prefix) == std::string::npos && text.find('\\') == std::string::npos) {
-        return names;
-    }
-    try {
-        std::istringstream json(text);
-        const Poco::JSON::Array::Ptr fields = parseFields(json, path);
-        for (const Poco::Dynamic::Var& element : *fields) {
-            const std::optional<std::string> name = driverNameOf(element);
-            if (name && name->rfind(prefix, 0) == 0) {
-                names.insert(*name);
-            }
+std::set<int> driverNumbersIn(const std::string& path, const std::string& prefix) {
+    std::set<int> numbers;
+    const Poco::JSON::Array::Ptr fields = readAhead(path, prefix);
+    for (unsigned int index = 0; fields && index < fields->size(); ++index) {
+        const std::optional<std::string> name = driverNameOf(fields->get(index));
+        const auto number = name ? driverNumber(*name, prefix) : std::nullopt;
+        if (number) {
+            numbers.insert(*number);
         }
-    } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): told when the map is loaded
     }
-    return names;
+    return numbers;
 }
 
 }  // namespace MapFile

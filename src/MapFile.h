@@ -45,7 +45,15 @@ std::string readingFault(const std::string& path);
 ///         "io_mapping"; or the JSON parser's words
 Poco::JSON::Array::Ptr readFields(const std::string& path);
 
-/// The same for the text of a file.
+/// Reads the file ahead of readFields(), which then does not parse the same text again. For the
+/// thread of readFields().
+///
+/// @param word what the file must contain to be worth parsing; without a backslash or a quote
+/// @return null when the file cannot contain the word in a value, and for all that readFields()
+///         refuses
+Poco::JSON::Array::Ptr readAhead(const std::string& path, const std::string& word);
+
+/// readFields() for the text of a file.
 ///
 /// @param path for the message only
 /// @param gaveUpAt see tesk::jsonParse()
@@ -120,8 +128,10 @@ std::string whyVirtual(const std::string& driverName);
 /// @return nothing for every other form, such as a number with leading zeros
 std::optional<int> driverNumber(const std::string& name, const std::string& prefix);
 
-/// The names of drivers that the fields of a file name and that start with a prefix. Passes over
-/// whatever is wrong with the file or a field.
-std::set<std::string> driversNamedIn(const std::string& path, const std::string& prefix);
+/// The numbers of all drivers "PREFIX-N" that the fields of a file name. Passes over whatever is
+/// wrong with the file or a field.
+///
+/// @param prefix with the hyphen ("gpiochip-")
+std::set<int> driverNumbersIn(const std::string& path, const std::string& prefix);
 
 }  // namespace MapFile

@@ -8,8 +8,10 @@
 #include <cstdlib>
 
 #include "BusContract.h"
+#include "DriverInterface.h"
 #include "EndProcess.h"
 #include "FileNotify.h"
+#include "MapFile.h"
 #include "RegisterMap.h"
 #include "support/ExceptionText.h"
 #include "support/Log.h"
@@ -50,6 +52,11 @@ Server::Server(const std::string& mapFilePath, DriverManager& manager)
 
 Server::~Server() {
     g_bus_unown_name(ownerId);
+}
+
+std::set<int> Server::gpioChipsNamedIn(const std::string& mapFile) {
+    return MapFile::driverNumbersIn(
+        mapFile, DriverInterface::driverToStringMap.at(DriverInterface::GPIOCHIP) + "-");
 }
 
 void Server::run() {

@@ -4,7 +4,9 @@
 #include <Poco/Exception.h>
 #include <gmock/gmock.h>
 
+#include <filesystem>
 #include <memory>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -47,8 +49,8 @@ class MapFileTest : public testing::Test {
         EXPECT_THAT(log.texts(Poco::Message::PRIO_ERROR), ElementsAre(reason)) << field;
     }
 
-    std::set<std::string> named(const std::string& map) const {
-        return MapFile::driversNamedIn(directory.file("map.json", map), "gpiochip-");
+    std::set<int> numbersIn(const std::string& map) const {
+        return MapFile::driverNumbersIn(directory.file("map.json", map), "gpiochip-");
     }
 
     TemporaryDirectory directory;
@@ -158,20 +160,47 @@ TEST_F(MapFileTest, TheAddressOfAnElementIsTextForAMessage) {
     EXPECT_THAT(texts, ElementsAre("seven", "none", "none", "none"));
 }
 
-TEST_F(MapFileTest, TheDriversNamedAreThoseWithThePrefix) {
-    EXPECT_THAT(named(R"({"io_mapping": [{"driver": "gpiochip-3"}, {"driver": "kr62"}, {}, null,
-                                         {"driver": null}, {"driver": "gpiochip-x"},
-                                         {"driver": "\u0067piochip-0"}, {"driver": 5},
-                                         {"type": "gpiochip-7"}, {"driver": "a-gpiochip-8"}]})"),
-                ElementsAre("gpiochip-0", "gpiochip-3", "gpiochip-x"));
+TEST_F(MapFileTest, TheNumbersAreThoseOfTheDriversWithThePrefix) {
+    EXPECT_THAT(
+        numbersIn(R"({"io_mapping": [{"driver": "gpiochip-3"}, {"driver": "pd5-4"}, {}, null,
+                                             {"driver": null}, {"driver": "gpiochip-x"},
+                                             {"driver": "\u0067piochip-0"}, {"driver": 5},
+                                             {"type": "gpiochip-7"}, {"driver": "a-gpiochip-8"}]})"),
+        ElementsAre(0, 3));
 }
 
 TEST_F(MapFileTest, AFaultyFileNamesNoDriver) {
     for (const char* map : {"", R"({"io_mapping": {"driver": "gpiochip-1"}})", R"(["gpiochip-1"])",
                             R"({"io_mapping": [{"driver": "gpiochip-1"}])"}) {
-        EXPECT_THAT(named(map), IsEmpty()) << map;
+        EXPECT_THAT(numbersIn(map), IsEmpty()) << map;
     }
-    EXPECT_THAT(MapFile::driversNamedIn("/nowhere/map.json", "gpiochip-"), IsEmpty());
+    EXPECT_THAT(MapFile::driverNumbersIn("/nowhere/map.json", "gpiochip-"), IsEmpty());
+}
+
+TEST_F(MapFileTest, AFileThatWasReadAheadIsNotParsedAgain) {
+    const std::string path = directory.file("map.json", R"({"io_mapping": [{"driver": "x-1"}]})");
+    const Poco::JSON::Array::Ptr ahead = MapFile::readAhead(path, "x-");
+    ASSERT_TRUE(ahead);
+    EXPECT_EQ(MapFile::readFields(path), ahead);
+    EXPECT_NE(MapFile::readFields(path), ahead) << "kept for nobody";
+}
+
+TEST_F(MapFileTest, AFileThatHasChangedSinceItWasReadAheadIsParsedAgain) {
+    const std::string path = directory.file("map.json", R"({"io_mapping": ["x-1"]})");
+    const Poco::JSON::Array::Ptr ahead = MapFile::readAhead(path, "x-");
+    directory.file("map.json", R"({"io_mapping": ["x-2"]})");
+    EXPECT_EQ(MapFile::readFields(path)->getElement<std::string>(0), "x-2");
+    std::filesystem::remove(path);
+    MapFile::readAhead(directory.file("map.json", R"({"io_mapping": ["x-1"]})"), "x-");
+    std::filesystem::remove(path);
+    EXPECT_THROW(MapFile::readFields(path), tesk::ParseException);
+}
+
+TEST_F(MapFileTest, AFileIsReadAheadOnlyIfItMayHaveTheWord) {
+    EXPECT_FALSE(MapFile::readAhead(directory.file("map.json", R"({"io_mapping": []})"), "x-"));
+    EXPECT_TRUE(
+        MapFile::readAhead(directory.file("map.json", R"({"io_mapping": ["\u0078-1"]})"), "x-"));
+    EXPECT_FALSE(MapFile::readAhead(directory.file("map.json", R"({"io_mapping": ["x-1"})"), "x-"));
 }
 
 }  // namespace

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "daemon/NamedChips.h"
-
 #include <gmock/gmock.h>
 
+#include "Server.h"
 #include "TemporaryDirectory.h"
 
 namespace {
@@ -13,7 +12,7 @@ using testing::IsEmpty;
 class NamedChipsTest : public testing::Test {
  protected:
     std::set<int> namedIn(const std::string& map) const {
-        return gpioChipsNamedIn(directory.file("map.json", map));
+        return Server::gpioChipsNamedIn(directory.file("map.json", map));
     }
 
     std::set<int> namedBy(const std::string& driver) const {
@@ -58,7 +57,7 @@ TEST_F(NamedChipsTest, AMapThatCannotBeLoadedNamesNone) {
           R"({"io_mapping": [{"driver": "gpiochip-1"}])"}) {
         EXPECT_THAT(namedIn(map), IsEmpty()) << map;
     }
-    EXPECT_THAT(gpioChipsNamedIn("/nowhere/map.json"), IsEmpty());
+    EXPECT_THAT(Server::gpioChipsNamedIn("/nowhere/map.json"), IsEmpty());
 }
 
 }  // namespace
