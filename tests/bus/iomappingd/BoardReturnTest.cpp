@@ -299,7 +299,7 @@ TEST_F(BoardReturnTest, AServiceThatMissesABoardSleepsBetweenTwoLooks) {
     constexpr std::chrono::seconds WATCHED(1);
     const double before = processorTime(service->pid());
     std::this_thread::sleep_for(WATCHED);
-    EXPECT_LE(processorTime(service->pid()) - before, 0.3);
+    EXPECT_LE(processorTime(service->pid()) - before, 0.5);
 }
 
 }  // namespace
