@@ -123,15 +123,20 @@ class Copy:
         return self.passes("bus", self.bus_seconds)
 
     def prepare(self):
-        files = subprocess.run(
+        listed = subprocess.run(
             ["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
             cwd=ROOT, check=True, stdout=subprocess.PIPE, text=True).stdout
-        for name in filter(None, files.split("\0")):
+        names = {name for name in listed.split("\0") if (ROOT / name).is_file()}
+        for name in names:
             copied = self.folder / name
             # What has not changed keeps its time, and is not built again.
             if not (copied.exists() and filecmp.cmp(ROOT / name, copied, shallow=False)):
                 copied.parent.mkdir(parents=True, exist_ok=True)
                 shutil.copy(ROOT / name, copied)
+        for copied in self.folder.glob("*/**/*"):
+            name = copied.relative_to(self.folder)
+            if name.parts[0] != "build" and copied.is_file() and str(name) not in names:
+                copied.unlink()
         subprocess.run(
             ["cmake", "-S", self.folder, "-B", self.build_folder, "-G", "Ninja",
              "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0",
