@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "Build.h"
 #include "BusFixture.h"
 #include "Deadline.h"
 #include "ProcessFigures.h"
@@ -299,7 +300,8 @@ TEST_F(BoardReturnTest, AServiceThatMissesABoardSleepsBetweenTwoLooks) {
     constexpr std::chrono::seconds WATCHED(1);
     const double before = processorTime(service->pid());
     std::this_thread::sleep_for(WATCHED);
-    EXPECT_LE(processorTime(service->pid()) - before, 0.5);
+    // One that did not sleep would get this much even on a busy machine.
+    EXPECT_LE(processorTime(service->pid()) - before, SANITIZED || EMULATED ? 0.5 : 0.1);
 }
 
 }  // namespace
