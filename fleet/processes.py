@@ -52,6 +52,22 @@ def free_ports(count):
     raise Failure(f"there are no {count} free ports")
 
 
+@contextlib.contextmanager
+def signals_later():
+    """Lets the signals that end this program wait. One amid the start of another program would leave a
+    program that nobody knows of."""
+    came = []
+    handlers = {number: signal.signal(number, lambda number, _: came.append(number))
+                for number in (signal.SIGINT, signal.SIGTERM)}
+    try:
+        yield
+    finally:
+        for number, handler in handlers.items():
+            signal.signal(number, handler)
+        for number in came:
+            signal.raise_signal(number)
+
+
 class Processes:
     """Programs in the background, each in a session of its own, and a directory for their files. At the
     end of the `with` block neither is left. start() is for the main thread: the kernel ends a program
@@ -74,12 +90,12 @@ class Processes:
 
     def start(self, command, log, stdout=None, **environment):
         """Starts a program; `log` names the file in the directory that takes what it prints."""
-        with open(self.directory / log, "ab") as file:
+        with signals_later(), open(self.directory / log, "ab") as file:
             process = subprocess.Popen(
                 ["setpriv", "--pdeathsig", "KILL", "--", *map(str, command)],
                 stdin=subprocess.DEVNULL, stdout=stdout or file, stderr=file, text=True,
                 start_new_session=True, env={**os.environ, "TMPDIR": str(self.directory), **environment})
-        self.running.append(process)
+            self.running.append(process)
         return process
 
     def kill(self, process):

@@ -37,7 +37,10 @@ class Process {
     /// @return its exit status, or 128 plus the number of the signal that ended it
     int waitForExit();
 
-    /// What it has printed until now; all of it after waitForExit().
+    /// Takes what it has printed until now, without a wait.
+    void look() { readMore(0); }
+
+    /// What was printed until the last wait or look; all of it after waitForExit().
     const std::string& standardOutput() const { return streams[0].text; }
     const std::string& standardError() const { return streams[1].text; }
 

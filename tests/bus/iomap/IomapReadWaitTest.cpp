@@ -14,7 +14,7 @@ using testing::HasSubstr;
 constexpr const char* CPU_FILE = "/sys/class/thermal/thermal_zone0/temp";
 constexpr const char* LONG_TIME = "1000";
 /// A time that is up soon, but not before an emulated processor has found the service.
-constexpr const char* SHORT_TIME = EMULATED ? "10" : "1";
+constexpr const char* SHORT_TIME = EMULATED ? "10" : SANITIZED ? "5" : "1";
 
 /// The subcommand read with --wait.
 class IomapReadWaitTest : public IomapFixture {
@@ -128,6 +128,9 @@ TEST_F(IomapReadWaitTest, TheEndOfTheTimeIsStatus1AndNamesTheValue) {
     expectFailure(iomap({"read", "--wait", "1=1", "--timeout", SHORT_TIME}), 1,
                   "the time is up: register 1 (virtual 1) is 0, not 1");
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    if (SANITIZED) {
+        return;  // The last question has 0.4 s, which may be too little for such a build.
+    }
     std::filesystem::remove(CPU_FILE);
     expectFailure(iomap({"read", "--wait", "40=1", "--timeout", SHORT_TIME}), 1,
                   std::string("the time is up: register 40 (cpu_temp 1): error opening file '") +

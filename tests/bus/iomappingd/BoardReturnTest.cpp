@@ -77,13 +77,16 @@ class BoardReturnTest : public BusFixture {
     }
 
     /// Makes the board anew, with a relay and an input on. Its edges are at their defaults.
-    void makeAnew() const {
+    ///
+    /// @param missing a file of the board that is not there yet
+    void makeAnew(const std::string& missing = "none") const {
         const sim::Board spare(directory.path() / "spare/kr62", sim::Board::Type::IO_BOARD);
         spare.make(COUNTS);
         spare.relay(1).set(1);
         spare.input(2).set(1);
         const std::string coming = "/sys/kernel/.coming";
         std::filesystem::copy(spare.path(), coming, std::filesystem::copy_options::recursive);
+        std::filesystem::remove(std::filesystem::path(coming) / missing);
         std::filesystem::rename(coming, board.path());
     }
 
@@ -164,8 +167,10 @@ TEST_F(BoardReturnTest, ABoardIsTakenBackWithinTwoSeconds) {
     const auto start = std::chrono::steady_clock::now();
     makeAnew();
     ASSERT_TRUE(client.waitForChanges(5));
-    // The emulated machine is many times slower.
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(EMULATED ? 60 : 2));
+    // Other processors and builds are many times slower.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(EMULATED    ? 60
+                                                                             : SANITIZED ? 10
+                                                                                         : 2));
 }
 
 TEST_F(BoardReturnTest, ABoardThatIsReplacedAtOnceIsTakenForGoneAndBack) {
@@ -205,8 +210,10 @@ TEST_F(BoardReturnTest, ABoardThatComesBackFileByFileIsTakenWhenItIsWhole) {
                           std::filesystem::copy_options::recursive);
     std::filesystem::copy(spare.path() / "info_io", board.path() / "info_io");
     service->waitForLine("cannot be taken back yet");
-    std::filesystem::copy(spare.path() / "inputs", board.path() / "inputs",
+    const std::string coming = "/sys/kernel/.coming";
+    std::filesystem::copy(spare.path() / "inputs", coming,
                           std::filesystem::copy_options::recursive);
+    std::filesystem::rename(coming, board.path() / "inputs");
     service->waitForLine(BACK);
     expectConfigured();
 }
@@ -273,12 +280,14 @@ TEST_F(BoardReturnTest, AFileThatIsDeletedIsTakenBackWhenItIsThereAgain) {
 TEST_F(BoardReturnTest, AnEdgeFileThatCannotBeWrittenYetIsTriedAgain) {
     std::filesystem::remove_all(board.path());
     service->waitForLine(GONE);
-    makeAnew();
+    makeAnew("inputs/2/edge");
     const auto edge = board.path() / "inputs/2/edge";
-    std::filesystem::remove(edge);
     service->waitForLine(BACK);
     ASSERT_TRUE(client.waitForChanges(5));
-    writeFile(edge, "none");
+    // Never seen before it is whole.
+    const std::string coming = "/sys/kernel/.edge";
+    writeFile(coming, "none");
+    std::filesystem::rename(coming, edge);
     // Announced once more: the input may have changed while it told nobody.
     ASSERT_TRUE(client.waitForChanges(10));
     EXPECT_EQ(readFile(edge), "both");

@@ -155,6 +155,7 @@ class FaultsTest : public BusFixture, public testing::WithParamInterface<Fault> 
     void provoke(Process& service, Outcome outcome) {
         bool isInjected = false;
         const auto happens = [&] {
+            service.look();
             isInjected = service.standardError().find("fault injected\n") != std::string::npos;
             return isInjected;
         };

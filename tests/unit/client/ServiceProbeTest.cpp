@@ -22,7 +22,7 @@ class ServiceProbeTest : public testing::Test {
     /// Why a short probe fails, in words for the user.
     static std::string reason(ServiceStart start) {
         try {
-            probeService(milliseconds(EMULATED ? 3000 : 300), start);
+            probeService(milliseconds(EMULATED || SANITIZED ? 3000 : 300), start);
         } catch (const ServiceError& e) {
             EXPECT_EQ(exitStatusOf(e), EXIT_NO_SERVICE);
             return reasonOf(e);
@@ -51,7 +51,7 @@ TEST_F(ServiceProbeTest, AStoppedBusIsGivenUpAtTheLimit) {
     const auto start = steady_clock::now();
     EXPECT_EQ(reason(ServiceStart::REFUSED),
               "cannot reach the D-Bus system bus: Timeout was reached; is dbus-daemon running?");
-    EXPECT_LT(steady_clock::now() - start, milliseconds(EMULATED ? 20000 : 2000));
+    EXPECT_LT(steady_clock::now() - start, milliseconds(EMULATED || SANITIZED ? 20000 : 2000));
 }
 
 TEST_F(ServiceProbeTest, ABusThatIsNotThereIsSaidToBeSo) {
