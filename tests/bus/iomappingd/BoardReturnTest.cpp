@@ -267,6 +267,8 @@ TEST_F(BoardReturnTest, AFileThatIsDeletedIsTakenBackWhenItIsThereAgain) {
     for ([[maybe_unused]] const int address : {1, 31}) {
         service->waitForLine("error reading value for notification");
     }
+    // Gone for more than one look.
+    std::this_thread::sleep_for(std::chrono::milliseconds(700));
     writeFile(board.path() / "new", "1\n");
     std::filesystem::rename(board.path() / "new", relay);
     // Both registers on the file.

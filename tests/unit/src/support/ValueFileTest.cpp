@@ -340,9 +340,10 @@ TEST_F(ValueFileTest, TellsAnEmptyFileFromAZero) {
 }
 
 TEST_F(ValueFileTest, ReadsAWholeText) {
-    const std::string text = std::string(10'000, 'x') + "\nend";
-    EXPECT_EQ(ValueFile::readText(write(text)), text);
-    EXPECT_EQ(ValueFile::readText(write("")), "");
+    for (const int length : {0, 1, 4095, 4096, 4097, 10'000}) {
+        const std::string text(static_cast<std::size_t>(length), 'x');
+        EXPECT_EQ(ValueFile::readText(write(text)), text);
+    }
     EXPECT_EQ(ValueFile::readText(directory.path() / "nothing"), std::nullopt);
 }
 
