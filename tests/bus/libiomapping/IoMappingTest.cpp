@@ -301,6 +301,20 @@ TEST_F(IoMappingTest, ChangesThatAreQueuedWhenTheyAreDisabledAreNotDelivered) {
     EXPECT_THAT(dropped, IsEmpty());
 }
 
+TEST_F(IoMappingTest, ADisabledAddressDoesNotWakeTheApplication) {
+    startService(map);
+    IoMapping io;
+    Changes dropped;
+    io.enableNotifications(1, into(dropped));
+    io.disableNotifications(1);
+    while (io.run(false)) {
+    }
+    io.writeValue(1, 1);
+    // The change has come before this answer.
+    EXPECT_EQ(io.readValue(1), 1);
+    EXPECT_FALSE(io.run(false));
+}
+
 TEST_F(IoMappingTest, AnEmptyFunctionIsIgnored) {
     startService(map);
     IoMapping io;
