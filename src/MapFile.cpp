@@ -131,7 +131,7 @@ Poco::JSON::Array::Ptr readAhead(const std::string& path, const std::string& wor
     }
     try {
         std::istringstream json(text);
-        const Poco::JSON::Array::Ptr fields = parseFields(json, path);
+        Poco::JSON::Array::Ptr fields = parseFields(json, path);
         parsedAhead() = {std::move(text), fields};
         return fields;
     } catch (const std::exception&) {  // The map is read again, and its fault told, by the server.
@@ -267,7 +267,7 @@ std::optional<int> driverNumber(const std::string& name, const std::string& pref
 std::set<int> driverNumbersIn(const std::string& path, const std::string& prefix) {
     std::set<int> numbers;
     const Poco::JSON::Array::Ptr fields = readAhead(path, prefix);
-    for (unsigned int index = 0; fields && index < fields->size(); ++index) {
+    for (unsigned int index = 0; !fields.isNull() && index < fields->size(); ++index) {
         const std::optional<std::string> name = driverNameOf(fields->get(index));
         const auto number = name ? driverNumber(*name, prefix) : std::nullopt;
         if (number) {
