@@ -259,7 +259,7 @@ TEST_F(IomapWatchTest, AStoppedBusOrServiceDoesNotKeepItBeyondItsTime) {
         const auto start = std::chrono::steady_clock::now();
         expectInVain({"watch", "--timeout", "1"}, reason, 3);
         EXPECT_LT(std::chrono::steady_clock::now() - start,
-                  std::chrono::milliseconds(EMULATED || SANITIZED ? 6000 : 4000));
+                  std::chrono::milliseconds(EMULATED || SANITIZED ? 6000 : 1500));
     };
     startService(map).signal(SIGSTOP);
     expectEndAfterASecond("the service does not answer; restart iomappingd");
